@@ -192,6 +192,17 @@ SqliteConnection::SqliteConnection(const std::string& path, std::string connecti
     Close();
     throw Error(kConnectFailed,
                 "Could not connect to the database [" + ConnectionText() + "]: " + e.description(), "tessel.db");
+  }  // The job database takes many small commits (one per audit entry): a
+  // write-ahead log makes each one an append instead of several syncs, and
+  // lets readers go on while a job writes. Power loss may cost the last
+  // commits, never the file's consistency.
+  if (path != ":memory:") {
+    try {
+      DoExecute("PRAGMA journal_mode=WAL", {});
+      DoExecute("PRAGMA synchronous=NORMAL", {});
+    } catch (const Error&) {
+      // Another process holding the file in another mode is no reason to fail.
+    }
   }
 }
 

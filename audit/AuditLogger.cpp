@@ -1,0 +1,234 @@
+#include "audit/AuditLogger.h"
+
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+
+#include "audit/AuditLogDefinition.h"
+#include "audit/ExceptionState.h"
+#include "audit/HuntErr.h"
+#include "core/Error.h"
+#include "core/Utf16Text.h"
+
+namespace tessel {
+
+namespace {
+constexpr const char* kEvents[] = {"PROCESSED", "INSERTED", "UPDATED", "DELETED", "ERRORS", "WARNINGS"};
+
+}  // namespace
+
+AuditLogger::AuditLogger() = default;
+
+AuditLogger::~AuditLogger() {
+  ExceptionState pending = CaptureExceptionState();
+  definitions_.clear();
+  counters_.clear();
+  reportGroups_.clear();
+  RestoreExceptionState(pending);
+}
+
+void AuditLogger::Initialise(const std::string& jobId, int32_t jobInstance, bool dataService,
+                             const std::string& uniqueId, Settings settings) {
+  try {
+    jobId_ = jobId;
+    jobInstance_ = jobInstance;
+    dataService_ = dataService;
+    uniqueId_ = uniqueId;
+    settings_ = std::move(settings);
+    definitions_.clear();
+    counters_.clear();
+    reportGroups_.clear();
+    if (!settings_.queueText.empty()) queue_.Initialise(settings_.queueText);
+  } catch (...) {
+    ErrorInRethrow("AuditLogger.Initialise(sJobIdentification, lJobInstance, bDataService, sUniqueId)",
+            {Variant(jobId), Variant(jobInstance)});
+  }
+}
+
+std::string AuditLogger::GenerateSummaryCntrKeyString(const std::string& transformId,
+                                                      const std::string& transactionId, const std::string& event) {
+  std::string key;
+  key.reserve(transformId.size() + transactionId.size() + event.size() + 6);
+  key.append(transformId).append(" - ").append(transactionId).append(" - ").append(event);
+  return key;
+}
+
+bool AuditLogger::ValidEventType(const std::string& event) {
+  for (const char* known : kEvents) {
+    if (event == known) return true;
+  }
+  return false;
+}
+
+void AuditLogger::AddProcessSummaryCounterEvent(const std::string& transformId, const std::string& transactionId,
+                                                const std::string& event, int64_t count) {
+  counters_[GenerateSummaryCntrKeyString(transformId, transactionId, event)] += count;
+}
+
+int64_t AuditLogger::GetEventCount(const std::string& transformId, const std::string& transactionId,
+                                   const std::string& event) {
+  auto found = counters_.find(GenerateSummaryCntrKeyString(transformId, transactionId, event));
+  return found == counters_.end() ? 0 : found->second;
+}
+
+void AuditLogger::CountEvent(const std::string& transformId, Transaction* transaction, std::string& transactionId,
+                             const char* event) {
+  try {
+    AddProcessSummaryCounterEvent(transformId, transactionId, event, 1);
+  } catch (...) {
+    ErrorInRethrow("AuditLogger.IEvent_On(sTransformId, oTransaction, sTransactionId)",
+            {Variant(transformId), Variant(transactionId), Variant(event)});
+  }
+}
+
+void AuditLogger::OnProcess(const std::string& transformId, Transaction* transaction, std::string& transactionId) {
+  CountEvent(transformId, transaction, transactionId, "PROCESSED");
+}
+void AuditLogger::OnInsert(const std::string& transformId, Transaction* transaction, std::string& transactionId) {
+  CountEvent(transformId, transaction, transactionId, "INSERTED");
+}
+void AuditLogger::OnUpdate(const std::string& transformId, Transaction* transaction, std::string& transactionId) {
+  CountEvent(transformId, transaction, transactionId, "UPDATED");
+}
+void AuditLogger::OnDelete(const std::string& transformId, Transaction* transaction, std::string& transactionId) {
+  CountEvent(transformId, transaction, transactionId, "DELETED");
+}
+
+void AuditLogger::OnError(const std::string& transformId, LogEntries& entries, Transaction* transaction) {
+  try {
+    AddProcessSummaryCounterEvent(transformId, std::string(), "ERRORS", static_cast<int64_t>(entries.size()));
+    WriteAuditLog(entries, transformId, transaction, false);
+  } catch (...) {
+    ErrorInRethrow("AuditLogger.IEvent_OnError(sTransformId, colEntries, oTransaction)", {Variant(transformId)});
+  }
+}
+
+void AuditLogger::OnWarning(const std::string& transformId, LogEntries& entries, Transaction* transaction) {
+  try {
+    AuditLogDefinition* definition = Definition(transformId);
+    if (definition != nullptr && definition->ReportWarnings()) {
+      for (IntegrationLogEntry& entry : entries) entry.TransformId = transformId;
+      WriteAuditLog(entries, transformId, transaction, true);
+    }
+    AddProcessSummaryCounterEvent(transformId, std::string(), "WARNINGS", static_cast<int64_t>(entries.size()));
+    entries.clear();
+  } catch (...) {
+    ErrorInRethrow("AuditLogger.IEvent_OnWarning(sTransformId, colEntries, oTransaction)", {Variant(transformId)});
+  }
+}
+
+void AuditLogger::OnComplete(const std::string& transformId) {}
+void AuditLogger::SetDataFile(const std::string& dataFileName, bool reset) {}
+void AuditLogger::FlagTransformDefReady(const std::string& transformId, bool reset) {}
+
+void AuditLogger::WriteAuditLogNoTransaction(const std::string& transformId, LogEntries& entries,
+                                             Transaction* transaction, bool skipLogObject) {
+  WriteAuditLog(entries, transformId, transaction, skipLogObject);
+}
+
+void AuditLogger::WriteSingleAuditMessage(IntegrationLogEntry entry) { LogAuditMessage(std::move(entry)); }
+
+void AuditLogger::LogAuditMessage(IntegrationLogEntry entry) {
+  LogEntries queue;
+  std::string transformId = entry.TransformId;
+  queue.push_back(std::move(entry));
+  WriteAuditLog(queue, transformId, nullptr, false);
+}
+
+void AuditLogger::StampEntry(IntegrationLogEntry& entry) const {
+  entry.JobId = jobId_;
+  entry.InstanceID = jobInstance_;
+  if (entry.LogType == kLogTypeNone) entry.LogType = kLogTypeDetail;
+  entry.UniqueId = uniqueId_;
+}
+
+void AuditLogger::WriteAuditLog(LogEntries& entries, const std::string& transformId, Transaction* transaction,
+                                bool skipLogObject) {
+  ExceptionState pending = CaptureExceptionState();
+  try {
+    for (IntegrationLogEntry& entry : entries) {
+      StampEntry(entry);
+      WriteEntry(entry);
+    }
+  } catch (const std::exception& error) {
+    // A failure of the log must not end the job: keep its trace and go on.
+    WriteTraceToErrorsFile(error.what());
+  } catch (...) {
+    WriteTraceToErrorsFile("unknown failure while writing the audit log");
+  }
+  RestoreExceptionState(pending);
+}
+
+void AuditLogger::WriteEntry(const IntegrationLogEntry& entry) {
+  try {
+    queue_.SendMessage(entry, false);
+  } catch (...) {
+    WriteErrorToFile(entry);
+  }
+}
+
+void AuditLogger::WriteErrorToFile(const IntegrationLogEntry& entry) {
+  std::string line = entry.AuditDate + "    " + entry.JobId + "    " + std::to_string(entry.InstanceID) + "    " +
+                     entry.TransformId + "    " + entry.ReasonCode + "    " + entry.Source + "    " + entry.Reason;
+  if (!settings_.debugPath.empty()) {
+    std::filesystem::path file = std::filesystem::path(settings_.debugPath) / "errlog.txt";
+    std::error_code ec;
+    const bool fresh = !std::filesystem::exists(file, ec) || std::filesystem::file_size(file, ec) == 0;
+    std::ofstream out(file, std::ios::binary | std::ios::app);
+    if (out) {
+      if (fresh) out << Utf16Text::kByteOrderMarkLE;
+      out << Utf16Text::FromUtf8LE(line + "\r\n");
+      out.flush();
+      if (out) return;
+    }
+  }
+  // No debug folder to write to: the entry must not vanish.
+  std::cerr << "tessel: audit entry not logged: " << line << '\n';
+}
+
+void AuditLogger::WriteTraceToErrorsFile(const std::string& trace) {
+  if (!settings_.errorsFilePath.empty()) {
+    std::ofstream out(settings_.errorsFilePath, std::ios::binary | std::ios::app);
+    if (out) {
+      out << trace << "\r\n\r\n";
+      out.flush();
+      if (out) return;
+    }
+  }
+  std::cerr << "tessel: audit log failure: " << trace << '\n';
+}
+
+void AuditLogger::AddAuditLogDefinition(std::shared_ptr<AuditLogDefinition> definition) {
+  try {
+    std::string transformId = definition->TransformId();
+    std::string reportGroup = definition->ReportGroup();
+    definitions_[transformId] = std::move(definition);
+    reportGroups_[reportGroup].push_back(transformId);
+  } catch (...) {
+    ErrorInRethrow("AuditLogger.AddAuditLogDefinition(oAuditLogDefinition)", {});
+  }
+}
+
+const std::vector<std::string>* AuditLogger::ReportGroupTransforms(const std::string& reportGroup) const {
+  auto found = reportGroups_.find(reportGroup);
+  return found == reportGroups_.end() ? nullptr : &found->second;
+}
+
+AuditLogDefinition* AuditLogger::Definition(const std::string& transformId) const {
+  auto found = definitions_.find(transformId);
+  return found == definitions_.end() ? nullptr : found->second.get();
+}
+
+void AuditLogger::AddTransformSummaries(const std::string& transformId, TransactionFactory& factory) {}
+
+void AuditLogger::GenerateAuditReports() {}
+
+void AuditLogger::WriteEntryToViewLog(const IntegrationLogEntry& entry) {
+  try {
+    queue_.SendMessage(entry, true);
+  } catch (...) {
+    ErrorInRethrow("AuditLogger.WriteEntryToViewLog(oEntry)", {});
+  }
+}
+
+}  // namespace tessel
