@@ -3,6 +3,7 @@
 #include <filesystem>
 
 #include "core/Error.h"
+#include "db/Connection.h"
 #include "job/Session.h"
 #include "job/TransformDefinition.h"
 #include "store/TransactionFactory.h"
@@ -48,6 +49,9 @@ void ProbeTransform::Process() {
   }
   journal_->runs.push_back(run);
 
+  if (definition.HasProperty("sql")) {
+    CurrentSession()->GetDatabaseLink()->Execute(definition.Property("sql").ToString());
+  }
   if (definition.HasProperty("mark")) {
     std::string updated = run.marksOnArrival + run.transformId + ";";
     xmlSetProp(root, BAD_CAST "marks", BAD_CAST updated.c_str());

@@ -4,6 +4,7 @@
 //   mark          appends its id to the "marks" attribute of the DATA root
 //   fail = NUMBER raises that error number from Process
 //   failcreate    raises 10599 from CreateController
+//   sql = TEXT    runs the statement on the job database
 // Every run is written to the shared ProbeJournal: the transform id, the data
 // document it worked on and the marks it found on arrival.
 #pragma once
