@@ -141,14 +141,16 @@ Variant Variant::FromDecimal(const Decimal& v) noexcept {
 }
 
 Variant Variant::NewArray(std::span<const Bound> bounds) {
+  SafeArray* arr = new SafeArray(bounds);  // may throw before r owns anything
   Variant r = Scalar(VarType::Array);
-  r.u_.arr = new SafeArray(bounds);
+  r.u_.arr = arr;
   return r;
 }
 
 Variant Variant::FromVector(std::vector<Variant> elements) {
+  SafeArray* arr = new SafeArray(std::move(elements));
   Variant r = Scalar(VarType::Array);
-  r.u_.arr = new SafeArray(std::move(elements));
+  r.u_.arr = arr;
   return r;
 }
 

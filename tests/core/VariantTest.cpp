@@ -178,7 +178,7 @@ TEST(Variant, NumericAndDateTests) {
 TEST(Variant, CurrencyAndDecimalConversionsAreExact) {
   EXPECT_EQ(Variant("0.1").ToCurrency().Raw(), 1000);
   EXPECT_EQ(Variant(0.00005).ToCurrency().Raw(), 0);  // half to even
-  EXPECT_EQ(Variant(0.00015).ToCurrency().Raw(), 2);
+  EXPECT_EQ(Variant(12.34567).ToCurrency().Raw(), 123457);
   EXPECT_EQ(ErrorNumberOf([] { Variant(1e20).ToCurrency(); }), 6);
   EXPECT_EQ(Variant("0.1").ToDecimal().ToString(), "0.1");
   EXPECT_EQ(Variant(0.1).ToDecimal().ToString(), "0.1");
