@@ -615,7 +615,7 @@ CompareResult CompareNumbers(const Variant& a, const Variant& b) {
 
 }  // namespace
 
-CompareResult Compare(const Variant& a0, const Variant& b0, bool textCompare) {
+CompareResult detail::CompareSlow(const Variant& a0, const Variant& b0, bool textCompare) {
   if (a0.IsNull() || b0.IsNull()) return CompareResult::Null;
   if (a0.IsObject() || b0.IsObject()) {
     Variant a = a0.Dereference(), b = b0.Dereference();

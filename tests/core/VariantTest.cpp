@@ -209,6 +209,9 @@ TEST(Variant, ConvertToGivesTheRequestedSubtype) {
 TEST(Compare, NumbersStringsEmptyAndNull) {
   EXPECT_EQ(Compare(Variant(1), Variant(2.5)), CompareResult::Less);
   EXPECT_EQ(Compare(Variant::FromInteger(3), Variant(3.0)), CompareResult::Equal);
+  EXPECT_EQ(Compare(Variant::FromInteger(-3), Variant(2)), CompareResult::Less);
+  EXPECT_EQ(Compare(Variant(7), Variant::FromInteger(7)), CompareResult::Equal);
+  EXPECT_EQ(Compare(Variant(2.5), Variant(1.5)), CompareResult::Greater);
   EXPECT_EQ(Compare(Variant(true), Variant(-1)), CompareResult::Equal);
   EXPECT_EQ(Compare(Variant("10"), Variant(5)), CompareResult::Greater);  // a string beats any number
   EXPECT_EQ(Compare(Variant(5), Variant("1")), CompareResult::Less);
