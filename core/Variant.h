@@ -83,16 +83,17 @@ class Variant {
     other.type_ = VarType::Empty;
   }
   Variant& operator=(const Variant& other) noexcept {
-    if (this != &other) {
-      Variant tmp(other);
-      Swap(tmp);
-    }
+    // Take the new reference before dropping the old one: they may be the same.
+    if (other.IsCounted()) other.AddRefSlow();
+    if (IsCounted()) ReleaseSlow();
+    std::memcpy(static_cast<void*>(this), &other, sizeof(Variant));
     return *this;
   }
   Variant& operator=(Variant&& other) noexcept {
     if (this != &other) {
-      Variant tmp(std::move(other));
-      Swap(tmp);
+      if (IsCounted()) ReleaseSlow();
+      std::memcpy(static_cast<void*>(this), &other, sizeof(Variant));
+      other.type_ = VarType::Empty;
     }
     return *this;
   }
@@ -268,7 +269,22 @@ std::string SingleToString(float value);
 // - Empty against a number is 0, against a string is "", against Empty equal.
 // - Arrays and Error values raise 13 "Type mismatch".
 enum class CompareResult : int8_t { Less = -1, Equal = 0, Greater = 1, Null = 2 };
-CompareResult Compare(const Variant& a, const Variant& b, bool textCompare = false);
+namespace detail {
+CompareResult CompareSlow(const Variant& a, const Variant& b, bool textCompare);
+}
+inline CompareResult Compare(const Variant& a, const Variant& b, bool textCompare = false) {
+  VarType ta = a.Type(), tb = b.Type();
+  if (static_cast<unsigned>(ta) - 2u <= 1u && static_cast<unsigned>(tb) - 2u <= 1u) {  // Integer/Long
+    int32_t x = ta == VarType::Integer ? a.IntegerValue() : a.LongValue();
+    int32_t y = tb == VarType::Integer ? b.IntegerValue() : b.LongValue();
+    return static_cast<CompareResult>((x > y) - (x < y));
+  }
+  if (ta == VarType::Double && tb == VarType::Double) {
+    double x = a.DoubleValue(), y = b.DoubleValue();
+    return static_cast<CompareResult>((x > y) - (x < y));
+  }
+  return detail::CompareSlow(a, b, textCompare);
+}
 // Text comparison used by Compare, StrComp, InStr: -1, 0 or 1.
 int CompareStrings(std::string_view a, std::string_view b, bool textCompare);
 

@@ -119,6 +119,37 @@ TEST(Object, CycleThroughDestructorDoesNotDoubleFree) {
   EXPECT_EQ(log.size(), 4u);
 }
 
+// Walks 1..n.
+class Range : public Enumerator {
+ public:
+  explicit Range(int n) : n_(n) {}
+  bool Next(Variant& out) override {
+    if (i_ >= n_) return false;
+    out = Variant(++i_);
+    return true;
+  }
+
+ private:
+  int n_;
+  int i_ = 0;
+};
+
+class RangeCollection : public Object {
+ public:
+  std::string TypeName() const override { return "RangeCollection"; }
+  Ref<Object> NewEnum() override { return MakeRef<Range>(3); }
+};
+
+TEST(Object, EnumeratorThroughNewEnum) {
+  Ref<Object> collection = MakeRef<RangeCollection>();
+  Ref<Enumerator> e = RefCast<Enumerator>(collection->NewEnum());
+  ASSERT_TRUE(e);
+  EXPECT_FALSE(RefCast<Enumerator>(collection));
+  int sum = 0;
+  for (Variant v; e->Next(v);) sum += v.LongValue();
+  EXPECT_EQ(sum, 6);
+}
+
 TEST(Object, TerminateMayKeepTheObjectAlive) {
   Ref<Object> slot;
   int destroyed = 0;

@@ -30,6 +30,9 @@ TEST(SafeArray, BoundsAndSubscripts) {
   EXPECT_EQ(ErrorNumberOf([&] { Variant::NewArray(negative); }), 9);
   Variant::Bound none[] = {{0, -1}};
   EXPECT_EQ(Variant::NewArray(none).ArrayValue().Count(), 0u);
+  Variant undimensioned = Variant::NewArray({});
+  EXPECT_EQ(undimensioned.ArrayValue().Count(), 0u);
+  EXPECT_EQ(ErrorNumberOf([&] { undimensioned.ArrayValue().UpperBound(1); }), 9);
 }
 
 TEST(SafeArray, AssignmentCopiesOnWrite) {

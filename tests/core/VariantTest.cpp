@@ -178,7 +178,7 @@ TEST(Variant, NumericAndDateTests) {
 TEST(Variant, CurrencyAndDecimalConversionsAreExact) {
   EXPECT_EQ(Variant("0.1").ToCurrency().Raw(), 1000);
   EXPECT_EQ(Variant(0.00005).ToCurrency().Raw(), 0);  // half to even
-  EXPECT_EQ(Variant(0.00015).ToCurrency().Raw(), 2);
+  EXPECT_EQ(Variant(12.34567).ToCurrency().Raw(), 123457);
   EXPECT_EQ(ErrorNumberOf([] { Variant(1e20).ToCurrency(); }), 6);
   EXPECT_EQ(Variant("0.1").ToDecimal().ToString(), "0.1");
   EXPECT_EQ(Variant(0.1).ToDecimal().ToString(), "0.1");
@@ -209,6 +209,9 @@ TEST(Variant, ConvertToGivesTheRequestedSubtype) {
 TEST(Compare, NumbersStringsEmptyAndNull) {
   EXPECT_EQ(Compare(Variant(1), Variant(2.5)), CompareResult::Less);
   EXPECT_EQ(Compare(Variant::FromInteger(3), Variant(3.0)), CompareResult::Equal);
+  EXPECT_EQ(Compare(Variant::FromInteger(-3), Variant(2)), CompareResult::Less);
+  EXPECT_EQ(Compare(Variant(7), Variant::FromInteger(7)), CompareResult::Equal);
+  EXPECT_EQ(Compare(Variant(2.5), Variant(1.5)), CompareResult::Greater);
   EXPECT_EQ(Compare(Variant(true), Variant(-1)), CompareResult::Equal);
   EXPECT_EQ(Compare(Variant("10"), Variant(5)), CompareResult::Greater);  // a string beats any number
   EXPECT_EQ(Compare(Variant(5), Variant("1")), CompareResult::Less);
