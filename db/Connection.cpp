@@ -87,8 +87,19 @@ std::string Connection::MaskPassword(std::string_view text) {
       }
       size_t valueEnd;
       if (valueStart < out.size() && out[valueStart] == '{') {
-        valueEnd = out.find('}', valueStart);
-        valueEnd = valueEnd == std::string::npos ? out.size() : valueEnd + 1;
+        // Inside braces "}}" stands for one "}".
+        valueEnd = valueStart + 1;
+        while (valueEnd < out.size()) {
+          if (out[valueEnd] == '}') {
+            if (valueEnd + 1 < out.size() && out[valueEnd + 1] == '}') {
+              valueEnd += 2;
+              continue;
+            }
+            ++valueEnd;
+            break;
+          }
+          ++valueEnd;
+        }
       } else {
         valueEnd = out.find_first_of(";& ", valueStart);
         if (valueEnd == std::string::npos) valueEnd = out.size();

@@ -4,6 +4,7 @@
 
 #include "core/Error.h"
 #include "db/Connection.h"
+#include "db/SqlVariant.h"
 
 namespace tessel::db {
 
@@ -54,6 +55,13 @@ SqlValue Recordset::Value(std::string_view name) const {
                 "tessel.db");
   }
   return Value(index);
+}
+
+Variant Recordset::Field(int index) const { return SqlVariant::ToVariant(Value(index), TypeOf(index)); }
+
+Variant Recordset::Field(std::string_view name) const {
+  SqlValue value = Value(name);  // raises kItemNotFound for an unknown name
+  return SqlVariant::ToVariant(value, DoTypeOf(FieldIndex(name)));
 }
 
 }  // namespace tessel::db

@@ -15,6 +15,7 @@
 #include <string>
 #include <string_view>
 
+#include "core/Variant.h"
 #include "db/SqlValue.h"
 
 namespace tessel::db {
@@ -52,6 +53,10 @@ class Recordset {
   std::optional<int64_t> Int64(std::string_view name) const { return ToInt64(Value(name)); }
   std::optional<double> Double(int index) const { return ToDouble(Value(index)); }
   std::optional<double> Double(std::string_view name) const { return ToDouble(Value(name)); }
+
+  // The value as a script Variant, typed by the column (see SqlVariant.h).
+  Variant Field(int index) const;
+  Variant Field(std::string_view name) const;
 
  protected:
   Recordset() = default;
