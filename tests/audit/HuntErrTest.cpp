@@ -3,8 +3,12 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstring>
+#include <future>
 #include <regex>
 #include <stdexcept>
+#include <system_error>
+#include <thread>
 #include <string>
 #include <vector>
 
@@ -79,6 +83,8 @@ TEST_F(HuntErrTest, CheckSubstitutionCorners) {
   EXPECT_EQ(BuildCheckMessage("a||%1", {Variant("x||y")}), "a\r\nx||y");
   // Without arguments nothing is substituted.
   EXPECT_EQ(BuildCheckMessage("%1||%", {}), "%1\r\n%");
+  // One array argument stands for its elements.
+  EXPECT_EQ(BuildCheckMessage("%2/%1", {Variant::FromVector({Variant("a"), Variant("b")})}), "b/a");
   // A value that cannot become text gives empty text.
   EXPECT_EQ(BuildCheckMessage("[%1][%2]", {Variant::Null(), Variant(int32_t{7})}), "[][7]");
 }
@@ -196,6 +202,55 @@ TEST_F(HuntErrTest, ForeignExceptionsGetTheGeneralNumber) {
     }
   });
   EXPECT_EQ(unknown.number(), Error::kGeneral);
+}
+
+TEST_F(HuntErrTest, SystemErrorReportsTheOperatingSystemCode) {
+  Error e = CatchError([] {
+    try {
+      throw std::system_error(ENOENT, std::generic_category(), "open a.txt");
+    } catch (...) {
+      ErrorInRethrow("FileSystemWrapper.OpenFile(sPath)", {Variant("a.txt")});
+    }
+  });
+  EXPECT_EQ(e.number(), Error::kGeneral);
+  EXPECT_NE(e.description().find("\r\n  API Error: (" + std::to_string(ENOENT) + ") " +
+                                 std::strerror(ENOENT) + "\r\n  Call Stack: "),
+            std::string::npos)
+      << e.description();
+}
+
+TEST_F(HuntErrTest, EachThreadHasItsOwnRecord) {
+  // One thread keeps an error preserved while another raises and reports its
+  // own; neither sees the other's.
+  std::promise<void> preserved;
+  std::promise<void> reported;
+  int32_t otherNumber = 0;
+  std::thread other([&] {
+    preserved.get_future().wait();
+    Check(false, 0, "other thread message");
+    try {
+      throw Error(8100, "other");
+    } catch (...) {
+      try {
+        ErrorInRethrow("Other.Run()");
+      } catch (const Error& e) {
+        otherNumber = e.number();
+      }
+    }
+    reported.set_value();
+  });
+  try {
+    throw Error(8200, "mine");
+  } catch (...) {
+    ErrPreserve();
+    preserved.set_value();
+    reported.get_future().wait();
+    Error e = CatchError([] { ErrorInRethrow("Mine.Run()"); });
+    EXPECT_EQ(e.number(), 8200);
+  }
+  other.join();
+  EXPECT_EQ(otherNumber, 8100);
+  EXPECT_EQ(ErrCollectedMessages(), "");
 }
 
 TEST_F(HuntErrTest, BypassRangePassesWithoutTrace) {

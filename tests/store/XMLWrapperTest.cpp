@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "audit/HuntErr.h"
@@ -358,6 +359,36 @@ TEST(XMLWrapperTest, GenerateConcatForXPath) {
     std::string query = "/DATA/V[@v=" + XMLWrapper::GenerateConcatForXPath(value, false) + "]";
     EXPECT_EQ(wrapper.GetNodeFromXPath(query), node) << query;
   }
+}
+
+// --- Threads -----------------------------------------------------------------------------
+
+TEST(XMLWrapperTest, WrappersOnSeparateThreadsDoNotMeet) {
+  std::vector<std::thread> threads;
+  std::vector<int> good(4, 0);
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([t, &good] {
+      for (int i = 0; i < 200; ++i) {
+        XMLWrapper wrapper;
+        std::string id = std::to_string(t * 1000 + i);
+        wrapper.LoadXML("<DATA><RECORD id=\"" + id + "\"/></DATA>");
+        try {
+          wrapper.LoadXML("<DATA><broken></DATA>");
+        } catch (const Error& e) {
+          if (e.number() != 7704) continue;
+        }
+        try {
+          wrapper.GetNodeFromXPath("//RECORD[@id='" + id + "']");
+          wrapper.GetNodeFromXPath("//MISSING");
+        } catch (const Error& e) {
+          if (e.number() == 7703 && ShortDescription(e) == "[//MISSING] could not be found in document.")
+            ++good[t];
+        }
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  for (int count : good) EXPECT_EQ(count, 200);
 }
 
 }  // namespace
