@@ -596,6 +596,7 @@ std::string ErrorIn(std::string_view method, std::span<const Variant> args, int 
 
   rec.preservedConnection = nullptr;
   rec.insertedText.clear();
+  rec.ErrAPI = 0;  // reported with this error only
   Error result(rec.ErrNumber, rec.ErrDescription, rec.ErrSource, rec.ErrHelpFile,
                rec.ErrHelpContext);
   std::string trace = rec.traceText;

@@ -263,7 +263,7 @@ TEST(XMLWrapperTest, ClearDocumentKeepsTheDeclaration) {
 
 TEST(XMLWrapperTest, AddElementRefusesWhatWouldBreakTheTree) {
   XMLWrapper wrapper;
-  wrapper.LoadXML("<DATA><A><B/></A></DATA>");
+  wrapper.LoadXML("<DATA><A x=\"1\"><B/></A></DATA>");
   xmlNodePtr a = wrapper.GetNodeFromXPath("/DATA/A");
   xmlNodePtr b = wrapper.GetNodeFromXPath("/DATA/A/B");
   EXPECT_EQ(CatchError([&] { wrapper.AddElement(a, b); }).number(), Error::kGeneral);
@@ -271,9 +271,14 @@ TEST(XMLWrapperTest, AddElementRefusesWhatWouldBreakTheTree) {
   xmlNodePtr doc = reinterpret_cast<xmlNodePtr>(wrapper.DOMDocument());
   EXPECT_EQ(CatchError([&] { wrapper.AddElement(wrapper.GenerateNode("SECOND"), doc); }).number(),
             Error::kGeneral);
-  // Moving a node within the document.
+  // An attribute has no place at the top of a document.
+  EXPECT_EQ(CatchError([&] { wrapper.CopyNodeIntoNewWrapper("//A/@x"); }).number(), Error::kGeneral);
+  EXPECT_EQ(wrapper.ToString(), "<DATA><A x=\"1\"><B/></A></DATA>\n");
+
+  // Moving nodes within the document: an element, then an attribute.
   wrapper.AddElement(b, wrapper.GetNodeFromXPath("/DATA"));
-  EXPECT_EQ(wrapper.ToString(), "<DATA><A/><B/></DATA>\n");
+  wrapper.AddElement(wrapper.GetNodeFromXPath("/DATA/A/@x"), b);
+  EXPECT_EQ(wrapper.ToString(), "<DATA><A/><B x=\"1\"/></DATA>\n");
 }
 
 TEST(XMLWrapperTest, AddElementTakesNodesOfOtherDocumentsAsCopies) {
