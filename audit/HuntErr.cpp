@@ -444,6 +444,8 @@ std::string BuildCheckMessage(std::string_view messageTemplate, std::span<const 
     }
   }
   ReplaceAll(message, "||", kCrLf);
+  // A single array stands for its elements, as a script caller passes them.
+  if (args.size() == 1 && args[0].IsArray()) args = args[0].ArrayValue().Elements();
   if (!args.empty()) {
     std::replace(message.begin(), message.end(), '%', kEscape);
     for (size_t i = 0; i < args.size(); ++i) {
@@ -594,6 +596,7 @@ std::string ErrorIn(std::string_view method, std::span<const Variant> args, int 
 
   rec.preservedConnection = nullptr;
   rec.insertedText.clear();
+  rec.ErrAPI = 0;  // reported with this error only
   Error result(rec.ErrNumber, rec.ErrDescription, rec.ErrSource, rec.ErrHelpFile,
                rec.ErrHelpContext);
   std::string trace = rec.traceText;

@@ -101,7 +101,8 @@ inline void Check(bool condition, int32_t number, std::string_view messageTempla
 
 // The message Check would build, without raising anything.
 std::string BuildCheckMessage(std::string_view messageTemplate, std::span<const Variant> args);
-inline std::string BuildCheckMessage(std::string_view messageTemplate, std::initializer_list<Variant> args) {
+inline std::string BuildCheckMessage(std::string_view messageTemplate,
+                                     std::initializer_list<Variant> args) {
   return BuildCheckMessage(messageTemplate, std::span<const Variant>(args.begin(), args.size()));
 }
 

@@ -14,12 +14,11 @@
 #include <sstream>
 
 #include "audit/HuntErr.h"
+#include "core/RuntimeError.h"
 
 namespace tessel {
 namespace {
 
-constexpr int32_t kObjectNotSet = 91;
-constexpr std::string_view kObjectNotSetMessage = "Object variable or With block variable not set";
 // Distinct queries beyond this many start the cache afresh: stores build
 // queries with search values in them, which must not grow it without bound.
 constexpr size_t kQueryCacheLimit = 512;
@@ -63,9 +62,9 @@ Variant NodeArg(xmlNodePtr node) {
   return Variant(Ref<Object>(MakeRef<NodeArgument>(node)));
 }
 
-[[noreturn]] void RaiseNotSet() {
-  throw Error(kObjectNotSet, std::string(kObjectNotSetMessage), "HuntERR.Check");
-}
+// A missing document or node is what the script runtime calls an object
+// variable that is not set.
+[[noreturn]] void RaiseNotSet() { ThrowRuntimeError(91); }
 
 void RequireNode(xmlNodePtr node) {
   if (!node) RaiseNotSet();
@@ -572,6 +571,8 @@ xmlNodePtr XMLWrapper::AddElement(xmlNodePtr nodeToInsert, xmlNodePtr destinatio
       Check(up != nodeToInsert, Error::kGeneral,
             "Inserting a node or its ancestor under itself is not allowed.");
     }
+    Check(nodeToInsert->type != XML_ATTRIBUTE_NODE || destination->type == XML_ELEMENT_NODE,
+          Error::kGeneral, "An attribute can only be added to an element.");
     if (destination->type == XML_DOCUMENT_NODE && nodeToInsert->type == XML_ELEMENT_NODE) {
       Check(xmlDocGetRootElement(reinterpret_cast<xmlDocPtr>(destination)) == nullptr,
             Error::kGeneral, "Only one top level element is allowed in an XML document.");

@@ -63,7 +63,7 @@ class XMLWrapper : public Object {
   std::vector<xmlNodePtr> GetNodesFromXPath(std::string_view xpath, xmlNodePtr node = nullptr);
 
   // Loads a file; 7705 when it does not exist, 7704 when it does not parse or
-  // holds a DTD.
+  // holds a DTD. A load that fails leaves the previous document in place.
   void OpenXMLDocument(const std::string& xmlPath);
   // Loads UTF-8 text; a DTD is accepted (its entities are not fetched). 7704
   // when the text does not parse.
