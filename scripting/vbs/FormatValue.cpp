@@ -309,6 +309,12 @@ Variant FormatTextPattern(const Variant& v, std::string_view pattern) {
     if (c == '>') caseMode = 1;
     if (c == '@' || c == '&') ++placeholders;
   }
+  if (placeholders == 0) {
+    std::string whole = text::FromUtf16(value);
+    if (caseMode < 0) return Variant(text::ToLower(whole));
+    if (caseMode > 0) return Variant(text::ToUpper(whole));
+    return Variant(std::move(whole));
+  }
   // The value units each placeholder receives: right to left by default (the
   // first placeholder takes any surplus), left to right with '!' (the last
   // placeholder takes the surplus).
