@@ -218,7 +218,8 @@ std::optional<double> DateTime::Parse(std::string_view text) {
         fields[2] = toks[i + 4].value;
         count = 3;
         last = i + 4;
-        if ((isSep(i + 5, '.') || isSep(i + 5, ':')) && isNum(i + 6)) last = i + 6;  // fraction of a second
+        if (isSep(i + 5, '.') && isNum(i + 6)) last = i + 6;  // fraction of a second
+        if (isSep(last + 1, ':')) return std::nullopt;
       }
     } else if (isSep(i + 1, ':')) {
       return std::nullopt;

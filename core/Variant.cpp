@@ -1,6 +1,7 @@
 #include "core/Variant.h"
 
 #include <cerrno>
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -58,17 +59,26 @@ T CheckRange(int64_t v) {
 std::string FormatFloat(double value, int sig) {
   if (value == 0 || std::isnan(value)) return "0";
   if (std::isinf(value)) return value > 0 ? "1.#INF" : "-1.#INF";
+  // Whole numbers below the precision are common (counters, ids): print directly.
+  if (std::fabs(value) < 1e15 && value == std::trunc(value) && sig == 15) {
+    return std::to_string(static_cast<int64_t>(value));
+  }
   char buf[64];
-  std::snprintf(buf, sizeof buf, "%.*e", sig - 1, value);
+  auto res = std::to_chars(buf, buf + sizeof buf, value, std::chars_format::scientific, sig - 1);
   // buf: [-]d.ddddde[+-]xx
-  std::string_view s = buf;
+  std::string_view s(buf, static_cast<size_t>(res.ptr - buf));
   bool negative = s[0] == '-';
   if (negative) s.remove_prefix(1);
   size_t e = s.find('e');
   std::string digits;
   for (char c : s.substr(0, e))
     if (c != '.') digits.push_back(c);
-  int exp = std::atoi(std::string(s.substr(e + 1)).c_str());
+  int exp = 0;
+  std::string_view es = s.substr(e + 1);
+  bool expNegative = !es.empty() && es[0] == '-';
+  for (char c : es)
+    if (c >= '0' && c <= '9') exp = exp * 10 + (c - '0');
+  if (expNegative) exp = -exp;
   while (digits.size() > 1 && digits.back() == '0') digits.pop_back();
   int n = static_cast<int>(digits.size());
   std::string out = negative ? "-" : "";
@@ -141,14 +151,16 @@ Variant Variant::FromDecimal(const Decimal& v) noexcept {
 }
 
 Variant Variant::NewArray(std::span<const Bound> bounds) {
+  SafeArray* arr = new SafeArray(bounds);  // may throw before r owns anything
   Variant r = Scalar(VarType::Array);
-  r.u_.arr = new SafeArray(bounds);
+  r.u_.arr = arr;
   return r;
 }
 
 Variant Variant::FromVector(std::vector<Variant> elements) {
+  SafeArray* arr = new SafeArray(std::move(elements));
   Variant r = Scalar(VarType::Array);
-  r.u_.arr = new SafeArray(std::move(elements));
+  r.u_.arr = arr;
   return r;
 }
 

@@ -83,16 +83,17 @@ class Variant {
     other.type_ = VarType::Empty;
   }
   Variant& operator=(const Variant& other) noexcept {
-    if (this != &other) {
-      Variant tmp(other);
-      Swap(tmp);
-    }
+    // Take the new reference before dropping the old one: they may be the same.
+    if (other.IsCounted()) other.AddRefSlow();
+    if (IsCounted()) ReleaseSlow();
+    std::memcpy(static_cast<void*>(this), &other, sizeof(Variant));
     return *this;
   }
   Variant& operator=(Variant&& other) noexcept {
     if (this != &other) {
-      Variant tmp(std::move(other));
-      Swap(tmp);
+      if (IsCounted()) ReleaseSlow();
+      std::memcpy(static_cast<void*>(this), &other, sizeof(Variant));
+      other.type_ = VarType::Empty;
     }
     return *this;
   }

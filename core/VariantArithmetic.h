@@ -49,7 +49,8 @@ inline Variant Add(const Variant& a, const Variant& b) {
     int32_t r;
     if (!__builtin_add_overflow(a.LongValue(), b.LongValue(), &r)) return Variant(r);
   } else if (a.Type() == VarType::Double && b.Type() == VarType::Double) {
-    return Variant(a.DoubleValue() + b.DoubleValue());
+    double r = a.DoubleValue() + b.DoubleValue();
+    if (__builtin_isfinite(r)) return Variant(r);  // overflow raises in the slow path
   }
   return detail::AddSlow(a, b);
 }
@@ -60,7 +61,8 @@ inline Variant Subtract(const Variant& a, const Variant& b) {
     int32_t r;
     if (!__builtin_sub_overflow(a.LongValue(), b.LongValue(), &r)) return Variant(r);
   } else if (a.Type() == VarType::Double && b.Type() == VarType::Double) {
-    return Variant(a.DoubleValue() - b.DoubleValue());
+    double r = a.DoubleValue() - b.DoubleValue();
+    if (__builtin_isfinite(r)) return Variant(r);  // overflow raises in the slow path
   }
   return detail::SubtractSlow(a, b);
 }
