@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "core/RuntimeError.h"
+
 namespace tessel::vbs::text {
 
 namespace {
@@ -65,6 +67,27 @@ void AppendCodePoint(std::string& out, char32_t cp) {
     out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
     out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
   }
+}
+
+// Results larger than this raise 7 "Out of memory" rather than exhausting
+// the process (a Replace that multiplies its input, say).
+constexpr size_t kMaxResultBytes = size_t{1} << 30;
+
+// Raises 7 before a growing replacement is built when its result would pass
+// the limit; costs one extra search pass, and only for growing replacements.
+template <class Str>
+void CheckReplaceSize(const Str& hay, const Str& needle, size_t withSize, int64_t count,
+                      size_t unitBytes) {
+  if (withSize <= needle.size()) return;
+  size_t hits = 0;
+  for (size_t pos = hay.find(needle); pos != Str::npos && (count < 0 || static_cast<int64_t>(hits) < count);
+       pos = hay.find(needle, pos + needle.size())) {
+    ++hits;
+  }
+  double total = (static_cast<double>(hay.size()) + static_cast<double>(hits) *
+                                                       static_cast<double>(withSize - needle.size())) *
+                 static_cast<double>(unitBytes);
+  if (total > static_cast<double>(kMaxResultBytes)) ThrowRuntimeError(7);
 }
 
 char AsciiFold(char c) noexcept { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c + 32) : c; }
@@ -272,6 +295,7 @@ std::string Replace(std::string_view s, std::string_view find, std::string_view 
       hay = folded;
       needle = foldedFind;
     }
+    CheckReplaceSize(hay, needle, with.size(), count, 1);
     std::string out;
     out.reserve(rest.size());
     size_t pos = 0;
@@ -298,6 +322,7 @@ std::string Replace(std::string_view s, std::string_view find, std::string_view 
     needle = Folded(find);
   }
   std::u16string withUnits = ToUtf16(with);
+  CheckReplaceSize(hay, needle, withUnits.size(), count, 2);
   std::u16string out;
   size_t pos = 0;
   int64_t done = 0;

@@ -46,7 +46,8 @@ int64_t FindLast(std::string_view haystack, std::string_view needle, int64_t end
                  bool textCompare);
 
 // Replaces up to count (-1: all) occurrences of find in s, scanning from unit
-// start; the result starts at start, as the built-in Replace does.
+// start; the result starts at start, as the built-in Replace does. A result
+// beyond 1 GB raises 7 "Out of memory".
 std::string Replace(std::string_view s, std::string_view find, std::string_view with,
                     int64_t start, int64_t count, bool textCompare);
 

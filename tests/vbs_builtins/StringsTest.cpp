@@ -103,6 +103,8 @@ TEST(BuiltinStrings, ReplaceAndCase) {
       {"StrReverse", {Variant::Null()}, 94},
       {"Space", {Variant(int32_t{1'000'000'000})}, 7},
       {"String", {Variant(int32_t{1'000'000'000}), Str("x")}, 7},
+      {"Replace", {Str(std::string(100'000, 'a')), Str("a"), Str(std::string(20'000, 'b'))}, 7},
+      {"Replace", {Str(std::string(100'000, 'a') + "\xC3\xA9"), Str("a"), Str(std::string(20'000, 'b'))}, 7},
   });
 }
 
