@@ -190,10 +190,10 @@ TEST(BuiltinArrays, SplitJoinFilterBounds) {
   EXPECT_EQ(two.ArrayValue().Elements()[1].StringValue(), "b,c");
   Variant text = Call("Split", {Str("aXbxc"), Str("x"), Variant(int32_t{-1}), Variant(int32_t{1})});
   EXPECT_EQ(Call("UBound", {text}).LongValue(), 2);
-  Variant accents = Call("Split", {Str("a\xC3\x89b\xC3\xA9c"), Str("\xC3\xA9"), Variant(-1), Variant(1)});
+  Variant accents = Call("Split", {Str("a\xC3\x89" "b\xC3\xA9" "c"), Str("\xC3\xA9"), Variant(-1), Variant(1)});
   EXPECT_EQ(Call("Join", {accents, Str("|")}).StringValue(), "a|b|c");
-  Variant binary = Call("Split", {Str("a\xC3\x89b\xC3\xA9c"), Str("\xC3\xA9")});
-  EXPECT_EQ(Call("Join", {binary, Str("|")}).StringValue(), "a\xC3\x89b|c");
+  Variant binary = Call("Split", {Str("a\xC3\x89" "b\xC3\xA9" "c"), Str("\xC3\xA9")});
+  EXPECT_EQ(Call("Join", {binary, Str("|")}).StringValue(), "a\xC3\x89" "b|c");
   Variant whole = Call("Split", {Str("abc"), Str("")});
   EXPECT_EQ(whole.ArrayValue().Elements()[0].StringValue(), "abc");
 
