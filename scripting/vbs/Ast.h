@@ -67,6 +67,7 @@ struct MemberExpr : Expr {
   MemberExpr() : Expr(ExprKind::Member) {}
   ExprPtr object;
   std::string name;
+  std::string lower;
   ExprList args;
   bool hasParens = false;
 };

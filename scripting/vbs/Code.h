@@ -16,7 +16,7 @@
 
 namespace tessel::vbs {
 
-struct Code {
+struct Code : std::enable_shared_from_this<Code> {
   std::string source;
   int firstLine = 1;
   bool optionExplicit = false;

@@ -1270,6 +1270,7 @@ class ParserImpl {
         auto member = Node<MemberExpr>();
         Advance();
         member->name = TakeMemberName();
+        member->lower = ToLower(member->name);
         member->object = std::move(e);
         if (tok_.kind == TokenKind::LParen) {
           member->hasParens = true;
