@@ -1,9 +1,13 @@
 #include "scripting/vbs/ScriptFactories.h"
 
+#include "scripting/vbs/Dictionary.h"
+#include "scripting/vbs/RegExp.h"
+
 namespace tessel::vbs {
 
 Ref<Object> CreateScriptingObject(const std::string& lowerProgId) {
-  (void)lowerProgId;
+  if (lowerProgId == "scripting.dictionary") return CreateDictionary();
+  if (lowerProgId == "vbscript.regexp") return CreateRegExp();
   return nullptr;
 }
 
