@@ -9,6 +9,7 @@
 #include "core/RuntimeError.h"
 #include "core/SafeArray.h"
 #include "core/VariantArithmetic.h"
+#include "scripting/vbs/FastArithmetic.h"
 #include "scripting/vbs/Parser.h"
 #include "scripting/vbs/ProcedureRef.h"
 #include "scripting/vbs/ScriptError.h"
@@ -628,7 +629,7 @@ Machine::Flow Machine::ExecFor(const ForStmt& s, Frame& f) {
     if (flow == Flow::ExitFor) break;
     if (flow != Flow::Normal) return flow;
     counter = VariableRef(name, f);
-    if (!FastStep(*counter, step)) *counter = Add(*counter, step);
+    if (!FastStep(*counter, step)) *counter = FastAdd(*counter, step);
     Tick();
   }
   return Flow::Normal;
@@ -741,9 +742,9 @@ Variant Machine::EvalBinary(const BinaryExpr& b, Frame& f) {
   Variant l = Eval(*b.left, f);
   Variant r = Eval(*b.right, f);
   switch (b.op) {
-    case BinaryOp::Add: return Add(l, r);
-    case BinaryOp::Sub: return Subtract(l, r);
-    case BinaryOp::Mul: return Multiply(l, r);
+    case BinaryOp::Add: return FastAdd(l, r);
+    case BinaryOp::Sub: return FastSubtract(l, r);
+    case BinaryOp::Mul: return FastMultiply(l, r);
     case BinaryOp::Div: return Divide(l, r);
     case BinaryOp::IntDiv: return IntDivide(l, r);
     case BinaryOp::Mod: return Mod(l, r);
@@ -1079,6 +1080,17 @@ Variant* Machine::ElementRef(Variant& array, const ExprList& args, Frame& f) {
 void Machine::Assign(const Expr& target, Variant value, bool isSet, Frame& f) {
   if (target.kind == ExprKind::Name) {
     auto& n = const_cast<NameExpr&>(static_cast<const NameExpr&>(target));
+    // Plain variables: the common case, straight to the slot.
+    if (!isSet && !value.IsObject() && n.args.empty()) {
+      if (n.scope == NameScope::Local) {
+        *f.refs[n.index] = std::move(value);
+        return;
+      }
+      if (n.scope == NameScope::Dynamic && n.cache && n.cache->kind == GlobalEntry::Variable) {
+        n.cache->value = std::move(value);
+        return;
+      }
+    }
     if (n.scope == NameScope::ClassMember) {
       ScriptObject* me = f.me;
       const ClassMember& m = me->Class().members[n.index];
