@@ -149,7 +149,7 @@ class ParserImpl {
 
   // --- declarations ------------------------------------------------------------
   bool StartsDeclaration() const {
-    return tok_.Is(Keyword::Public) || tok_.Is(Keyword::Private) || tok_.IsWord("default");
+    return tok_.Is(Keyword::Public) || tok_.Is(Keyword::Private);
   }
 
   void ParseTopLevelDeclaration() {
