@@ -40,6 +40,7 @@
 
 #include "core/Object.h"
 #include "core/RuntimeError.h"
+#include "core/SafeArray.h"
 #include "core/Variant.h"
 
 namespace tessel::vbs {
@@ -121,6 +122,15 @@ Variant CallWith(Self& self, Fn fn, std::span<Variant> args, std::index_sequence
 }
 
 template <class T, class R, class... A>
+constexpr int ArityOf(R (T::*)(A...)) {
+  return sizeof...(A);
+}
+template <class T, class R, class... A>
+constexpr int ArityOf(R (T::*)(A...) const) {
+  return sizeof...(A);
+}
+
+template <class T, class R, class... A>
 std::function<Variant(T&, std::span<Variant>)> Wrap(R (T::*fn)(A...)) {
   return [fn](T& self, std::span<Variant> args) {
     return CallWith<T, R (T::*)(A...), R, A...>(self, fn, args, std::index_sequence_for<A...>{});
@@ -154,7 +164,9 @@ class ClassBinding {
 
   template <class Get>
   ClassBinding& Property(std::string_view name, Get get) {
-    Entry(name).get = binding::Wrap(get);
+    auto& e = Entry(name);
+    e.get = binding::Wrap(get);
+    e.getArity = binding::ArityOf(get);
     return *this;
   }
 
@@ -162,6 +174,7 @@ class ClassBinding {
   ClassBinding& Property(std::string_view name, Get get, Set set) {
     auto& e = Entry(name);
     e.get = binding::Wrap(get);
+    e.getArity = binding::ArityOf(get);
     e.set = binding::Wrap(set);
     return *this;
   }
@@ -195,14 +208,27 @@ class ClassBinding {
       return m.set(self, args);
     }
     if (m.method) return m.method(self, args);
-    if (m.get) return m.get(self, args);
-    ThrowMemberNotFound();
+    if (!m.get) ThrowMemberNotFound();
+    if (m.getArity == 0 && !args.empty()) {
+      // `obj.Items(1)` on a property without parameters indexes what the
+      // property returns.
+      Variant value = m.get(self, {});
+      if (value.IsObject() && value.ObjectPtr()) return value.ObjectPtr()->Invoke(kDispIdDefault, kind, args);
+      if (value.IsArray()) {
+        std::vector<int32_t> idx;
+        for (const auto& a : args) idx.push_back(a.ToLong());
+        return value.ArrayValue().At(idx);
+      }
+      ThrowRuntimeError(450);
+    }
+    return m.get(self, args);
   }
 
  private:
   struct Member {
     std::string name;
     Call method, get, set;
+    int getArity = -1;
   };
 
   Member& Entry(std::string_view name) {

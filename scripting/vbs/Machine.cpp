@@ -1233,6 +1233,19 @@ Variant Machine::CallProc(const FunctionProto& p, ScriptObject* me, const ExprLi
   return Variant();
 }
 
+Variant Machine::IndexResult(const Variant& value, const ExprList* args, Frame* caller,
+                             std::span<Variant> values, bool call) {
+  if (args) return Index(value, *args, *caller, call);
+  if (value.IsObject() && value.ObjectPtr())
+    return value.ObjectPtr()->Invoke(kDispIdDefault, call ? InvokeKind::Method : InvokeKind::PropertyGet, values);
+  if (value.IsArray()) {
+    std::vector<int32_t> idx;
+    for (const auto& v : values) idx.push_back(IndexValue(v));
+    return value.ArrayValue().At(idx);
+  }
+  ThrowRuntimeError(450);
+}
+
 Variant Machine::CallClassMember(ScriptObject& self, int index, InvokeKind kind, const ExprList* args,
                                  Frame* caller, std::span<Variant> values, const Variant* letValue, bool call) {
   const ClassMember& m = self.Class().members[index];
@@ -1265,6 +1278,8 @@ Variant Machine::CallClassMember(ScriptObject& self, int index, InvokeKind kind,
     }
     case ClassMember::Method:
       if (kind == InvokeKind::PropertyLet || kind == InvokeKind::PropertySet) ThrowRuntimeError(450);
+      if (hasArgs && m.method->params.empty())
+        return IndexResult(CallProc(*m.method, &self, nullptr, caller, {}, nullptr), args, caller, values, call);
       return CallProc(*m.method, &self, args, caller, values, nullptr);
     case ClassMember::Property: {
       const FunctionProto* proc = nullptr;
@@ -1272,6 +1287,8 @@ Variant Machine::CallClassMember(ScriptObject& self, int index, InvokeKind kind,
       else if (kind == InvokeKind::PropertySet) proc = m.set ? m.set : m.let;
       else proc = m.get;
       if (!proc) ThrowRuntimeError(kind == InvokeKind::PropertyLet || kind == InvokeKind::PropertySet ? 440 : 438);
+      if (proc == m.get && hasArgs && proc->params.empty())
+        return IndexResult(CallProc(*proc, &self, nullptr, caller, {}, nullptr), args, caller, values, call);
       return CallProc(*proc, &self, args, caller, values,
                       (kind == InvokeKind::PropertyLet || kind == InvokeKind::PropertySet) ? letValue : nullptr);
     }

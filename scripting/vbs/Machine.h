@@ -143,6 +143,9 @@ class Machine {
                    std::span<Variant> values, const Variant* letValue);
   Variant CallClassMember(ScriptObject& self, int member, InvokeKind kind, const ExprList* args,
                           Frame* caller, std::span<Variant> values, const Variant* letValue, bool call);
+  // `obj.Member(args)` where Member takes no arguments: index its value.
+  Variant IndexResult(const Variant& value, const ExprList* args, Frame* caller, std::span<Variant> values,
+                      bool call);
   Variant CallBuiltin(const BuiltinFunction& fn, const ExprList& args, Frame& f);
   Variant CallIntrinsic(int id, const ExprList& args, Frame& f);
   Variant InvokeObject(Object& object, DispId id, InvokeKind kind, const ExprList& args, Frame& f,
