@@ -1,0 +1,38 @@
+// Parser: compiles VBScript source into a Code (syntax trees with resolved
+// names), reading tokens from a Lexer.
+//
+// The parser owns nothing after it returns: the Code it builds owns every node.
+// Syntax errors raise ScriptError with VBScript's compile-time numbers and the
+// line and column of the offending token. Names are resolved to frame slots
+// and class members where the source decides them; everything else stays
+// dynamic for the machine (see Ast.h).
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "scripting/vbs/Code.h"
+
+namespace tessel::vbs {
+
+// The procedure whose frame an Execute/Eval runs in, so that the compiled
+// text can see its locals.
+struct EnclosingScope {
+  const FunctionProto* proto = nullptr;
+  const ClassDef* owner = nullptr;
+};
+
+class Parser {
+ public:
+  // A whole script: statements, Sub/Function/Class declarations, Option
+  // Explicit. `firstLine` numbers the first line.
+  static std::unique_ptr<Code> ParseProgram(std::string source, int firstLine = 1,
+                                            const EnclosingScope* enclosing = nullptr);
+
+  // One expression (what Eval takes). The tree refers to no text of `source`.
+  // `slotCount` receives the number of hidden frame slots the tree needs.
+  static ExprPtr ParseExpression(std::string_view source, const EnclosingScope* enclosing = nullptr);
+};
+
+}  // namespace tessel::vbs

@@ -1,0 +1,14 @@
+#include "scripting/vbs/ProcedureRef.h"
+
+#include "core/RuntimeError.h"
+#include "scripting/vbs/Machine.h"
+
+namespace tessel::vbs {
+
+Variant ProcedureRef::Invoke(DispId id, InvokeKind kind, std::span<Variant> args) {
+  if (id != kDispIdDefault || kind == InvokeKind::PropertyLet || kind == InvokeKind::PropertySet)
+    ThrowRuntimeError(438);
+  return machine_.CallProcedure(proto_, args);
+}
+
+}  // namespace tessel::vbs

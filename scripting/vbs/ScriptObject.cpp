@@ -1,0 +1,39 @@
+#include "scripting/vbs/ScriptObject.h"
+
+#include <cctype>
+
+#include "core/RuntimeError.h"
+#include "scripting/vbs/Machine.h"
+
+namespace tessel::vbs {
+
+ScriptObject::ScriptObject(Machine& machine, const ClassDef& cls, std::shared_ptr<Code> code)
+    : machine_(machine), cls_(cls), code_(std::move(code)), fields_(cls.fieldCount) {
+  for (const auto& m : cls.members) {
+    if (m.kind == ClassMember::Field && m.isArray) {
+      std::vector<Variant::Bound> bounds;
+      for (int32_t d : m.dims) bounds.push_back({0, d});
+      fields_[m.fieldIndex] = Variant::NewArray(bounds);
+    }
+  }
+}
+
+DispId ScriptObject::GetMemberId(std::string_view name) {
+  std::string lower(name);
+  for (char& c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  int index = cls_.Find(lower);
+  if (index < 0 || !cls_.members[index].isPublic) return kDispIdUnknown;
+  return index + 1;
+}
+
+Variant ScriptObject::Invoke(DispId id, InvokeKind kind, std::span<Variant> args) {
+  int index = id == kDispIdDefault ? cls_.defaultMember : id - 1;
+  if (index < 0 || index >= static_cast<int>(cls_.members.size())) ThrowRuntimeError(438);
+  return machine_.InvokeMember(*this, index, kind, args);
+}
+
+void ScriptObject::Terminate() noexcept {
+  if (initialized_ && cls_.terminate) machine_.RunTerminate(*this);
+}
+
+}  // namespace tessel::vbs

@@ -1,0 +1,117 @@
+// Script classes: members, properties, default members, Me, and the order in
+// which Class_Initialize and Class_Terminate run.
+#include "tests/vbs/VbsTestSupport.h"
+
+namespace tessel::vbs::test {
+namespace {
+
+TEST(VbsClass, PropertiesFieldsAndMethods) {
+  Engine e;
+  e.AddCode(
+      "Class Account\n"
+      "  Private mBalance\n"
+      "  Public Owner\n"
+      "  Private Sub Class_Initialize() : mBalance = 0 : End Sub\n"
+      "  Public Property Get Balance() : Balance = mBalance : End Property\n"
+      "  Public Property Let Balance(v)\n"
+      "    If v < 0 Then Err.Raise 5\n"
+      "    mBalance = v\n"
+      "  End Property\n"
+      "  Public Function Deposit(amount) : Balance = Balance + amount : Deposit = Me.Balance : End Function\n"
+      "  Private Function Secret() : Secret = 1 : End Function\n"
+      "End Class\n"
+      "Dim a : Set a = New Account\n"
+      "a.Owner = \"Ann\" : a.Deposit 10 : a.Balance = a.Balance + 5");
+  EXPECT_EQ(Typed(e, "a.Balance"), "Integer:15");
+  EXPECT_EQ(Typed(e, "a.Deposit(5)"), "Integer:20");
+  EXPECT_EQ(Typed(e, "a.Owner"), "String:Ann");
+  EXPECT_EQ(Typed(e, "TypeName(a)"), "String:Account");
+  EXPECT_EQ(Typed(e, "VarType(a)"), "Integer:9");
+  EXPECT_EQ(Typed(e, "IsObject(a)"), "Boolean:True");
+  EXPECT_EQ(EvalErrorOf(e, "a.Secret()"), 438);
+  EXPECT_EQ(EvalErrorOf(e, "a.mBalance"), 438);
+  EXPECT_EQ(ErrorOf(e, "a.Balance = -1"), 5);
+}
+
+TEST(VbsClass, PropertySetAndObjectFields) {
+  Engine e;
+  e.AddCode(
+      "Class Node\n"
+      "  Public Value\n"
+      "  Private mNext\n"
+      "  Property Set NextNode(n) : Set mNext = n : End Property\n"
+      "  Property Get NextNode() : Set NextNode = mNext : End Property\n"
+      "End Class\n"
+      "Dim a, b : Set a = New Node : Set b = New Node : b.Value = 7\n"
+      "Set a.NextNode = b");
+  EXPECT_EQ(Typed(e, "a.NextNode.Value"), "Integer:7");
+  EXPECT_EQ(Typed(e, "a.NextNode Is b"), "Boolean:True");
+}
+
+TEST(VbsClass, DefaultMembers) {
+  Engine e;
+  e.AddCode(
+      "Class List\n"
+      "  Private items(3)\n"
+      "  Public Default Property Get Item(i) : Item = items(i) : End Property\n"
+      "  Public Property Let Item(i, v) : items(i) = v : End Property\n"
+      "End Class\n"
+      "Class Named\n"
+      "  Public Default Function Text() : Text = \"named\" : End Function\n"
+      "End Class\n"
+      "Dim l : Set l = New List : l(1) = \"one\"\n"
+      "Dim n : Set n = New Named");
+  EXPECT_EQ(Typed(e, "l(1)"), "String:one");
+  EXPECT_EQ(Typed(e, "l.Item(1)"), "String:one");
+  EXPECT_EQ(Typed(e, "n & \"!\""), "String:named!");
+  EXPECT_EQ(Typed(e, "UCase(n)"), "String:NAMED");
+}
+
+TEST(VbsClass, InitializeAndTerminateRunInOrder) {
+  Engine e;
+  e.AddCode(
+      "Dim log\n"
+      "Class T\n"
+      "  Public Name\n"
+      "  Private Sub Class_Initialize() : log = log & \"+\" : End Sub\n"
+      "  Private Sub Class_Terminate() : log = log & \"-\" & Name : End Sub\n"
+      "End Class\n"
+      "Sub Scope()\n"
+      "  Dim inner : Set inner = New T : inner.Name = \"i\"\n"
+      "  log = log & \"[\"\n"
+      "End Sub\n"
+      "Dim a, b : Set a = New T : a.Name = \"a\"\n"
+      "Set b = a\n"
+      "Set a = Nothing\n"
+      "log = log & \"|\"\n"
+      "Set b = Nothing\n"
+      "Scope\n"
+      "log = log & \"]\"\n"
+      "Dim c : Set c = New T : c.Name = \"c\" : Set c = New T : c.Name = \"d\"");
+  EXPECT_EQ(Typed(e, "log"), "String:+|-a+[-i]++-c");
+}
+
+TEST(VbsClass, ClassRedefinedByAddCodeKeepsOldInstancesWorking) {
+  Engine e;
+  e.AddCode("Class K : Function V() : V = 1 : End Function : End Class\nDim old : Set old = New K");
+  e.AddCode("Class K : Function V() : V = 2 : End Function : End Class\nDim nu : Set nu = New K");
+  EXPECT_EQ(Typed(e, "old.V() & nu.V()"), "String:12");
+}
+
+TEST(VbsClass, MeInsideMethodsAndClassMemberCalls) {
+  Engine e;
+  e.AddCode(
+      "Class Calc\n"
+      "  Public Total\n"
+      "  Public Function Add(n) : Total = Total + n : Set Add = Me : End Function\n"
+      "  Public Function Twice() : Twice = Helper(Total) : End Function\n"
+      "  Private Function Helper(x) : Helper = x * 2 : End Function\n"
+      "End Class\n"
+      "Dim c : Set c = New Calc : c.Total = 0");
+  EXPECT_EQ(Typed(e, "c.Add(2).Add(3).Total"), "Integer:5");
+  EXPECT_EQ(Typed(e, "c.Twice()"), "Integer:10");
+  EXPECT_EQ(ErrorOf(e, "Dim m : m = Me"), 1037);
+}
+
+}  // namespace
+}  // namespace tessel::vbs::test

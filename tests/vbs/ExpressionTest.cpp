@@ -1,0 +1,111 @@
+// Operators, precedence, coercion and subtypes, checked through Eval.
+#include "tests/vbs/VbsTestSupport.h"
+
+namespace tessel::vbs::test {
+namespace {
+
+TEST(VbsExpression, LiteralsKeepTheirSubtypes) {
+  Engine e;
+  EXPECT_EQ(Typed(e, "32767"), "Integer:32767");
+  EXPECT_EQ(Typed(e, "32768"), "Long:32768");
+  EXPECT_EQ(Typed(e, "2147483648"), "Double:2147483648");
+  EXPECT_EQ(Typed(e, "1.5"), "Double:1.5");
+  EXPECT_EQ(Typed(e, "&HFF"), "Integer:255");
+  EXPECT_EQ(Typed(e, "&HFFFF"), "Integer:-1");
+  EXPECT_EQ(Typed(e, "&H10000"), "Long:65536");
+  EXPECT_EQ(Typed(e, "&O17"), "Integer:15");
+  EXPECT_EQ(Typed(e, "\"a\"\"b\""), "String:a\"b");
+  EXPECT_EQ(Typed(e, "True"), "Boolean:True");
+  EXPECT_EQ(Typed(e, "Empty"), "Empty:");
+  EXPECT_EQ(Typed(e, "Null"), "Null:Null");
+  EXPECT_EQ(Typed(e, "Nothing"), "Nothing:Nothing");
+  EXPECT_EQ(Typed(e, "#2024-02-28#"), "Date:2/28/2024");
+  EXPECT_EQ(Typed(e, "#1/15/2024 10:30:00 PM#"), "Date:1/15/2024 10:30:00 PM");
+  EXPECT_EQ(Typed(e, "[my var]"), "Empty:");
+}
+
+TEST(VbsExpression, PrecedenceFollowsTheLanguage) {
+  Engine e;
+  EXPECT_EQ(Typed(e, "-2 ^ 2"), "Double:-4");
+  EXPECT_EQ(Typed(e, "2 ^ -1"), "Double:0.5");
+  EXPECT_EQ(Typed(e, "2 ^ 3 ^ 2"), "Double:64");
+  EXPECT_EQ(Typed(e, "7 \\ 2 * 3"), "Integer:1");  // * binds tighter than \ .
+  EXPECT_EQ(Typed(e, "7 Mod 4 \\ 2"), "Integer:1");
+  EXPECT_EQ(Typed(e, "1 + 2 & 3"), "String:33");
+  EXPECT_EQ(Typed(e, "Not 1 = 2"), "Boolean:True");
+  EXPECT_EQ(Typed(e, "True Or False And False"), "Boolean:True");
+  EXPECT_EQ(Typed(e, "1 = 1 = True"), "Boolean:True");
+  EXPECT_EQ(Typed(e, "5 - -3"), "Integer:8");
+  EXPECT_EQ(Typed(e, "False Imp False Eqv True"), "Boolean:True");
+}
+
+TEST(VbsExpression, ArithmeticPromotesOnOverflow) {
+  Engine e;
+  e.AddCode("Dim i, l : i = 32767 : l = 2147483647");
+  EXPECT_EQ(Typed(e, "i + 1"), "Long:32768");
+  EXPECT_EQ(Typed(e, "l + 1"), "Double:2147483648");
+  EXPECT_EQ(Typed(e, "i * 2"), "Long:65534");
+  EXPECT_EQ(Typed(e, "10 / 4"), "Double:2.5");
+  EXPECT_EQ(Typed(e, "CCur(1.1) + CCur(2.2)"), "Currency:3.3");
+  EXPECT_EQ(Typed(e, "\"3\" + 4"), "Double:7");
+  EXPECT_EQ(Typed(e, "\"3\" + \"4\""), "String:34");
+  EXPECT_EQ(Typed(e, "#2024-02-28# + 1"), "Date:2/29/2024");
+  EXPECT_EQ(Typed(e, "#2024-03-01# - #2024-02-28#"), "Double:2");
+  EXPECT_EQ(Typed(e, "CByte(200) + CByte(100)"), "Integer:300");
+  EXPECT_EQ(EvalErrorOf(e, "1 / 0"), 11);
+  EXPECT_EQ(EvalErrorOf(e, "1 \\ 0"), 11);
+  EXPECT_EQ(EvalErrorOf(e, "CInt(40000)"), 6);
+  EXPECT_EQ(EvalErrorOf(e, "\"abc\" * 2"), 13);
+}
+
+TEST(VbsExpression, NullPropagatesAndEmptyActsAsZero) {
+  Engine e;
+  e.AddCode("Dim n, u : n = Null");
+  EXPECT_EQ(Typed(e, "n + 1"), "Null:Null");
+  EXPECT_EQ(Typed(e, "n & \"x\""), "String:x");
+  EXPECT_EQ(Typed(e, "n = n"), "Null:Null");
+  EXPECT_EQ(Typed(e, "n And False"), "Boolean:False");
+  EXPECT_EQ(Typed(e, "n Or True"), "Boolean:True");
+  EXPECT_EQ(Typed(e, "Not n"), "Null:Null");
+  EXPECT_EQ(Typed(e, "u + 1"), "Integer:1");
+  EXPECT_EQ(Typed(e, "u = 0"), "Boolean:True");
+  EXPECT_EQ(Typed(e, "u = \"\""), "Boolean:True");
+  EXPECT_EQ(Typed(e, "IsEmpty(u)"), "Boolean:True");
+  EXPECT_EQ(Typed(e, "u & u"), "String:");
+  // If treats Null as false without an error.
+  e.AddCode("Dim r : If n Then r = 1 Else r = 2");
+  EXPECT_EQ(Typed(e, "r"), "Integer:2");
+}
+
+TEST(VbsExpression, ComparisonsOfStringsAndNumbers) {
+  Engine e;
+  e.AddCode("Dim num, str : num = 5 : str = \"5\"");
+  EXPECT_EQ(Typed(e, "num = str"), "Boolean:False");  // a number is less than any string
+  EXPECT_EQ(Typed(e, "num < str"), "Boolean:True");
+  EXPECT_EQ(Typed(e, "num = \"5\""), "Boolean:True");  // a literal is read as a number
+  EXPECT_EQ(Typed(e, "\"abc\" < \"abd\""), "Boolean:True");
+  EXPECT_EQ(Typed(e, "\"a\" = \"A\""), "Boolean:False");
+  EXPECT_EQ(Typed(e, "10 > 9"), "Boolean:True");
+  EXPECT_EQ(Typed(e, "\"10\" > \"9\""), "Boolean:False");
+}
+
+TEST(VbsExpression, LogicalOperatorsWorkBitwiseOnNumbers) {
+  Engine e;
+  EXPECT_EQ(Typed(e, "6 And 3"), "Integer:2");
+  EXPECT_EQ(Typed(e, "6 Or 3"), "Integer:7");
+  EXPECT_EQ(Typed(e, "6 Xor 3"), "Integer:5");
+  EXPECT_EQ(Typed(e, "Not 0"), "Integer:-1");
+  EXPECT_EQ(Typed(e, "True And 1"), "Integer:1");
+}
+
+TEST(VbsExpression, IsComparesObjectIdentity) {
+  Engine e;
+  e.AddCode("Class C : End Class\nDim a, b, o : Set a = New C : Set b = a : Set o = New C");
+  EXPECT_EQ(Typed(e, "a Is b"), "Boolean:True");
+  EXPECT_EQ(Typed(e, "a Is o"), "Boolean:False");
+  EXPECT_EQ(Typed(e, "a Is Nothing"), "Boolean:False");
+  EXPECT_EQ(EvalErrorOf(e, "1 Is a"), 424);
+}
+
+}  // namespace
+}  // namespace tessel::vbs::test
