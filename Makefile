@@ -21,10 +21,12 @@ build: configure
 test: build
 	@bash scripts/run-tests $(BUILD)
 
-demo: build
+demo: configure
+	@cmake --build $(BUILD) -j$(JOBS) --target tessel
 	@bash scripts/demo $(BUILD)
 
 bench: build
+	@cmake --build $(BUILD) -j$(JOBS) --target benchmarks
 	@bash bench/run $(BUILD)
 
 clean:

@@ -21,6 +21,9 @@ struct JobAddOptions {
   std::string description;
   int maxInstance = 0;
   bool replace = false;
+  // A replaced job keeps its description and limit unless they are given.
+  bool descriptionGiven = false;
+  bool maxInstanceGiven = false;
 };
 int RunJobAdd(const JobAddOptions& options);
 int RunJobList();

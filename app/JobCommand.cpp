@@ -32,8 +32,14 @@ int RunJobAdd(const JobAddOptions& options) {
     fs::create_directories(config.WorkPath());
     fs::copy_file(options.file, fs::path(config.WorkPath()) / fileName, fs::copy_options::overwrite_existing);
     if (exists) {
-      link->Execute("UPDATE JOBDETAIL SET JOBDESC = ?, JOBCONFIG = ?, MAXINSTANCE = ? WHERE JOBID = ?",
-                    {options.description, fileName, int64_t{options.maxInstance}, options.jobId});
+      link->Execute("UPDATE JOBDETAIL SET JOBCONFIG = ? WHERE JOBID = ?", {fileName, options.jobId});
+      if (options.descriptionGiven) {
+        link->Execute("UPDATE JOBDETAIL SET JOBDESC = ? WHERE JOBID = ?", {options.description, options.jobId});
+      }
+      if (options.maxInstanceGiven) {
+        link->Execute("UPDATE JOBDETAIL SET MAXINSTANCE = ? WHERE JOBID = ?",
+                      {int64_t{options.maxInstance}, options.jobId});
+      }
     } else {
       link->Execute("INSERT INTO JOBDETAIL (JOBID, JOBDESC, JOBCONFIG, NEXTNO, MAXINSTANCE) VALUES (?, ?, ?, 1, ?)",
                     {options.jobId, options.description, fileName, int64_t{options.maxInstance}});

@@ -6,6 +6,7 @@
 #include <CLI/CLI.hpp>
 
 #include "app/Commands.h"
+#include "app/ScriptRunner.h"
 #include "job/RegistryWrapper.h"
 
 int main(int argc, char** argv) {
@@ -45,6 +46,12 @@ int main(int argc, char** argv) {
   logCommand->add_option("JOBID", log.jobId, "job id")->required();
   logCommand->add_option("--instance", log.instance, "run number (default: the latest)");
 
+  std::string scriptFile;
+  std::vector<std::string> scriptArgs;
+  CLI::App* scriptCommand = app.add_subcommand("script", "run a VBScript file, as cscript does");
+  scriptCommand->add_option("FILE", scriptFile, "script file")->required()->check(CLI::ExistingFile);
+  scriptCommand->prefix_command();
+
   for (CLI::App* command : {initCommand, jobCommand, jobAddCommand, jobListCommand, runCommand, logCommand}) {
     command->fallthrough();
   }
@@ -60,9 +67,17 @@ int main(int argc, char** argv) {
   if (!configFolder.empty()) ::setenv(tessel::RegistryWrapper::kEnvironmentVariable, configFolder.c_str(), 1);
 
   if (initCommand->parsed()) return RunInit(init);
-  if (jobAddCommand->parsed()) return RunJobAdd(jobAdd);
+  if (jobAddCommand->parsed()) {
+    jobAdd.descriptionGiven = jobAddCommand->count("--desc") > 0;
+    jobAdd.maxInstanceGiven = jobAddCommand->count("--max-instance") > 0;
+    return RunJobAdd(jobAdd);
+  }
   if (jobListCommand->parsed()) return RunJobList();
   if (runCommand->parsed()) return RunJob(run);
   if (logCommand->parsed()) return RunLog(log);
+  if (scriptCommand->parsed()) {
+    scriptArgs = scriptCommand->remaining();
+    return tessel::RunScriptFile(scriptFile, scriptArgs, std::cout, std::cerr);
+  }
   return 2;
 }
