@@ -31,6 +31,7 @@
 
 #include "core/Currency.h"
 #include "core/Decimal.h"
+#include "core/Error.h"
 #include "core/Object.h"
 
 namespace tessel {
@@ -82,16 +83,19 @@ class Variant {
     std::memcpy(static_cast<void*>(this), &other, sizeof(Variant));
     other.type_ = VarType::Empty;
   }
+  // Assignment stores the new value before the old one is released: the
+  // release may run a Class_Terminate that reads this variable, and `other`
+  // may live inside the old value (an element of the array being replaced).
   Variant& operator=(const Variant& other) noexcept {
-    // Take the new reference before dropping the old one: they may be the same.
-    if (other.IsCounted()) other.AddRefSlow();
-    if (IsCounted()) ReleaseSlow();
-    std::memcpy(static_cast<void*>(this), &other, sizeof(Variant));
+    Variant copy(other);
+    Variant old(std::move(*this));
+    std::memcpy(static_cast<void*>(this), &copy, sizeof(Variant));
+    copy.type_ = VarType::Empty;
     return *this;
   }
   Variant& operator=(Variant&& other) noexcept {
     if (this != &other) {
-      if (IsCounted()) ReleaseSlow();
+      Variant old(std::move(*this));
       std::memcpy(static_cast<void*>(this), &other, sizeof(Variant));
       other.type_ = VarType::Empty;
     }
