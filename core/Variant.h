@@ -131,6 +131,8 @@ class Variant {
   static Variant FromDate(double serial) noexcept { Variant r = Scalar(VarType::Date); r.u_.f64 = serial; return r; }
   static Variant FromString(std::string&& v) { return Variant(std::move(v)); }
   static Variant FromString(std::string_view v) { return Variant(v); }
+  static Variant FromString(const char* v) { return Variant(v); }
+  static Variant FromString(const std::string& v) { return Variant(v); }
   static Variant FromObject(Ref<Object> object) noexcept { return Variant(std::move(object)); }
   static Variant Nothing() noexcept { return Scalar(VarType::Object); }
   static Variant FromError(int32_t code) noexcept { Variant r = Scalar(VarType::Error); r.u_.i32 = code; return r; }

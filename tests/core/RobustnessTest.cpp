@@ -54,7 +54,9 @@ TEST(Robustness, TextParsersAcceptOrRefuse) {
       EXPECT_TRUE(DateTime::IsValid(*date)) << s;
       EXPECT_FALSE(DateTime::Format(*date).empty());
     }
-    if (auto n = ParseNumericText(s)) EXPECT_TRUE(std::isfinite(*n)) << s;
+    if (auto n = ParseNumericText(s)) {
+      EXPECT_TRUE(std::isfinite(*n)) << s;
+    }
     BooleanText::TryParse(s);
     try {
       Decimal d;

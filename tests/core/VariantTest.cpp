@@ -66,6 +66,10 @@ TEST(Variant, StringCopiesShareTheBuffer) {
   a = Variant(5);
   EXPECT_EQ(c.StringValue().size(), 100u);
   c = c;  // self-assignment keeps the value
+  std::string lvalue = "lv";
+  EXPECT_EQ(Variant::FromString("lit").StringValue(), "lit");
+  EXPECT_EQ(Variant::FromString(lvalue).StringValue(), "lv");
+  EXPECT_EQ(Variant::FromString(std::string_view("sv")).StringValue(), "sv");
   EXPECT_EQ(c.StringValue().size(), 100u);
 }
 
