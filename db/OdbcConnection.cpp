@@ -157,6 +157,28 @@ FieldType FromSqlType(SQLSMALLINT type) {
   }
 }
 
+std::string Upper(std::string_view text) {
+  std::string out(text);
+  for (char& c : out) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  return out;
+}
+
+// The SQLite driver waits for another process's lock as long as its Timeout
+// key says (in milliseconds, and it tries twice), a long time by default. A
+// connection string that names the driver and no Timeout gets one so that the
+// wait matches SqliteConnection's. A DSN keeps what it defines.
+std::string WithSqliteBusyTimeout(const std::string& connectionString) {
+  std::string upper = Upper(connectionString);
+  size_t driver = upper.find("DRIVER=");
+  if (driver == std::string::npos) return connectionString;
+  size_t end = upper.find(';', driver);
+  if (upper.substr(driver, end - driver).find("SQLITE") == std::string::npos) return connectionString;
+  if (upper.find("TIMEOUT=") != std::string::npos) return connectionString;
+  std::string out = connectionString;
+  if (!out.empty() && out.back() != ';') out += ';';
+  return out + "Timeout=" + std::to_string(kSqliteBusyTimeoutMs / 2) + ";";
+}
+
 }  // namespace
 
 // The environment and connection handles, released in reverse order.
@@ -396,7 +418,7 @@ OdbcConnection::OdbcConnection(const std::string& connectionString, std::string 
                     reinterpret_cast<SQLPOINTER>(static_cast<intptr_t>(kConnectTimeoutSeconds)), 0);
   SQLSetConnectAttr(handles_->dbc, SQL_ATTR_CONNECTION_TIMEOUT,
                     reinterpret_cast<SQLPOINTER>(static_cast<intptr_t>(kConnectTimeoutSeconds)), 0);
-  std::u16string text = ToUtf16(connectionString);
+  std::u16string text = ToUtf16(WithSqliteBusyTimeout(connectionString));
   SQLWCHAR out[1024];
   SQLSMALLINT outLength = 0;
   SQLRETURN rc = SQLDriverConnectW(handles_->dbc, nullptr, Wide(text), static_cast<SQLSMALLINT>(text.size()), out,
@@ -408,21 +430,13 @@ OdbcConnection::OdbcConnection(const std::string& connectionString, std::string 
   std::string dbms = InfoText(handles_->dbc, SQL_DBMS_NAME);
   std::string driver = InfoText(handles_->dbc, SQL_DRIVER_NAME);
   provider_ = dbms + " (" + driver + ")";
-  std::string upper = dbms;
-  for (char& c : upper) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  std::string upper = Upper(dbms);
   if (upper.find("SQLITE") != std::string::npos) {
     dialect_ = SqlDialect::Sqlite;
   } else if (upper.find("POSTGRES") != std::string::npos) {
     dialect_ = SqlDialect::PostgreSql;
   } else if (upper.find("SQL SERVER") != std::string::npos) {
     dialect_ = SqlDialect::SqlServer;
-  }
-  if (dialect_ == SqlDialect::Sqlite) {
-    try {
-      DoExecute("PRAGMA busy_timeout = " + std::to_string(kSqliteBusyTimeoutMs), {});
-    } catch (const Error& e) {
-      fail(e.description());
-    }
   }
 }
 

@@ -3,9 +3,11 @@
 // Opened from an ODBC connection string (DSN=... or DRIVER=...). Text crosses
 // the driver boundary as UTF-16 (the wide API) and is UTF-8 on this side. The
 // SQL dialect is taken from the driver's DBMS name: a SQLite driver gets the
-// same BEGIN IMMEDIATE transactions and busy wait as SqliteConnection; other
-// drivers get the isolation level through the connection attribute and
-// transactions by turning auto-commit off until commit or rollback.
+// same BEGIN IMMEDIATE transactions as SqliteConnection, and a connection
+// string naming a SQLite driver without a Timeout key gets one matching
+// kSqliteBusyTimeoutMs. Other drivers get the isolation level through the
+// connection attribute, and transactions by turning auto-commit off until
+// commit or rollback.
 //
 // Owns the environment and connection handles; each recordset owns its
 // statement handle and must go before the connection.
