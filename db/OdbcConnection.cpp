@@ -459,6 +459,9 @@ void OdbcConnection::Close() {
 
 int64_t OdbcConnection::DoExecute(std::string_view sql, const Params& params) {
   Statement statement(handles_->dbc, dialect_, sql, params);
+  // A query reports the rows it returned, which are not changes.
+  SQLSMALLINT columns = 0;
+  if (SQL_SUCCEEDED(SQLNumResultCols(statement.handle(), &columns)) && columns > 0) return 0;
   SQLLEN rows = 0;
   if (!SQL_SUCCEEDED(SQLRowCount(statement.handle(), &rows)) || rows < 0) rows = 0;
   return rows;

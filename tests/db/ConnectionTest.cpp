@@ -106,6 +106,7 @@ TEST_P(ConnectionTest, ExecuteCountsChangedRows) {
   EXPECT_EQ(3, c->Execute("insert into R (K, V) values (1, 0), (1, 0), (2, 0)"));
   EXPECT_EQ(2, c->Execute("update R set V = V + 1 where K = ?", {int64_t{1}}));
   EXPECT_EQ(0, c->Execute("update R set V = 9 where K = ?", {int64_t{42}}));
+  EXPECT_EQ(0, c->Execute("select K from R"));
   EXPECT_EQ(1, c->Execute("delete from R where K = 2"));
 }
 
