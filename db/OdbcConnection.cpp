@@ -197,8 +197,9 @@ class OdbcConnection::Handles {
 // One executed statement with the parameter buffers it was bound to.
 class OdbcConnection::Statement {
  public:
-  Statement(SQLHDBC dbc, SqlDialect dialect, std::string_view sql, const Params& params)
-      : dialect_(dialect), sql_(sql) {
+  Statement(std::shared_ptr<Handles> handles, SqlDialect dialect, std::string_view sql, const Params& params)
+      : handles_(std::move(handles)), dialect_(dialect), sql_(sql) {
+    SQLHDBC dbc = handles_->dbc;
     int marks = SqlText::CountPlaceholders(sql);
     if (marks != static_cast<int>(params.size())) {
       throw Error(kParameterMismatch,
@@ -277,6 +278,7 @@ class OdbcConnection::Statement {
     if (!SQL_SUCCEEDED(rc)) Fail();
   }
 
+  std::shared_ptr<Handles> handles_;  // declared first: released last
   SqlDialect dialect_;
   std::string sql_;
   SQLHSTMT stmt_ = SQL_NULL_HSTMT;
@@ -399,7 +401,7 @@ class OdbcConnection::OdbcRecordset : public Recordset {
 };
 
 OdbcConnection::OdbcConnection(const std::string& connectionString, std::string connectionText)
-    : Connection(std::move(connectionText)), handles_(std::make_unique<Handles>()) {
+    : Connection(std::move(connectionText)), handles_(std::make_shared<Handles>()) {
   auto fail = [&](const std::string& message) {
     handles_.reset();
     throw Error(kConnectFailed, "Could not connect to the database [" + ConnectionText() + "]: " + message,
@@ -458,7 +460,7 @@ void OdbcConnection::Close() {
 }
 
 int64_t OdbcConnection::DoExecute(std::string_view sql, const Params& params) {
-  Statement statement(handles_->dbc, dialect_, sql, params);
+  Statement statement(handles_, dialect_, sql, params);
   // A query reports the rows it returned, which are not changes.
   SQLSMALLINT columns = 0;
   if (SQL_SUCCEEDED(SQLNumResultCols(statement.handle(), &columns)) && columns > 0) return 0;
@@ -468,7 +470,7 @@ int64_t OdbcConnection::DoExecute(std::string_view sql, const Params& params) {
 }
 
 std::unique_ptr<Recordset> OdbcConnection::DoOpenRecordset(std::string_view sql, const Params& params) {
-  return std::make_unique<OdbcRecordset>(std::make_unique<Statement>(handles_->dbc, dialect_, sql, params));
+  return std::make_unique<OdbcRecordset>(std::make_unique<Statement>(handles_, dialect_, sql, params));
 }
 
 void OdbcConnection::DoBegin(IsolationLevel level) {

@@ -9,8 +9,9 @@
 // connection attribute, and transactions by turning auto-commit off until
 // commit or rollback.
 //
-// Owns the environment and connection handles; each recordset owns its
-// statement handle and must go before the connection.
+// Owns the environment and connection handles together with the recordsets
+// it made: the driver connection ends when the last of them goes. Close()
+// rolls back and makes the connection refuse further work at once.
 #pragma once
 
 #include <memory>
@@ -46,7 +47,9 @@ class OdbcConnection : public Connection {
 
   void EndTransaction(bool commit);
 
-  std::unique_ptr<Handles> handles_;
+  // Shared with the statements, so that a recordset outliving its
+  // connection keeps the driver connection until it goes.
+  std::shared_ptr<Handles> handles_;
   SqlDialect dialect_ = SqlDialect::Other;
   std::string provider_;
 };

@@ -217,6 +217,21 @@ TEST_P(ConnectionTest, ClosedConnectionRefusesWork) {
   c->Close();
 }
 
+TEST_P(ConnectionTest, RecordsetOutlivesItsConnection) {
+  std::unique_ptr<Recordset> rs;
+  {
+    auto c = Open();
+    c->Execute("create table O (A integer)");
+    c->Execute("insert into O (A) values (1), (2)");
+    rs = c->OpenRecordset("select A from O order by A");
+  }
+  EXPECT_EQ(std::optional<int64_t>(1), rs->Int64(0));
+  rs->Next();
+  EXPECT_EQ(std::optional<int64_t>(2), rs->Int64(0));
+  rs->Next();
+  EXPECT_TRUE(rs->IsEOF());
+}
+
 TEST_P(ConnectionTest, ClosingRollsBackAnOpenTransaction) {
   auto c = Open();
   c->Execute("create table T (A integer)");
