@@ -211,9 +211,8 @@ std::unique_ptr<Connection> OpenConnection(std::string_view connectionText, Conn
   if (StartsWithNoCase(text, "postgresql://") || StartsWithNoCase(text, "postgres://")) {
     // libpq only knows the schemes in lower case.
     size_t colon = text.find(':');
-    std::string uri = Upper(text.substr(0, colon));
-    std::transform(uri.begin(), uri.end(), uri.begin(), [](unsigned char c) { return std::tolower(c); });
-    uri += text.substr(colon);
+    std::string uri(text);
+    std::transform(uri.begin(), uri.begin() + colon, uri.begin(), [](unsigned char c) { return std::tolower(c); });
     return std::make_unique<PostgresConnection>(uri, std::string(text));
   }
   if (StartsWithNoCase(text, "odbc:")) {

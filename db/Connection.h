@@ -12,9 +12,10 @@
 //                                   DBCONNECT table, opened by the rules above
 //
 // Statements take positional parameters written `?` on every backend.
-// Recordsets read forward only. A Recordset must be closed or destroyed
-// before the Connection that made it; several may be open at once on the
-// SQLite and PostgreSQL backends, and on ODBC as far as the driver allows.
+// Recordsets read forward only. Several may be open at once on the SQLite and
+// PostgreSQL backends, and on ODBC as far as the driver allows. A recordset
+// stays readable after its connection is closed or destroyed: it keeps what
+// it needs of the native connection.
 //
 // A Connection belongs to one thread at a time. It owns its native handle
 // and closes it when destroyed; destruction also rolls back a transaction

@@ -157,6 +157,28 @@ FieldType FromSqlType(SQLSMALLINT type) {
   }
 }
 
+std::string Upper(std::string_view text) {
+  std::string out(text);
+  for (char& c : out) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  return out;
+}
+
+// The SQLite driver waits for another process's lock as long as its Timeout
+// key says (in milliseconds, and it tries twice), a long time by default. A
+// connection string that names the driver and no Timeout gets one so that the
+// wait matches SqliteConnection's. A DSN keeps what it defines.
+std::string WithSqliteBusyTimeout(const std::string& connectionString) {
+  std::string upper = Upper(connectionString);
+  size_t driver = upper.find("DRIVER=");
+  if (driver == std::string::npos) return connectionString;
+  size_t end = upper.find(';', driver);
+  if (upper.substr(driver, end - driver).find("SQLITE") == std::string::npos) return connectionString;
+  if (upper.find("TIMEOUT=") != std::string::npos) return connectionString;
+  std::string out = connectionString;
+  if (!out.empty() && out.back() != ';') out += ';';
+  return out + "Timeout=" + std::to_string(kSqliteBusyTimeoutMs / 2) + ";";
+}
+
 }  // namespace
 
 // The environment and connection handles, released in reverse order.
@@ -175,8 +197,9 @@ class OdbcConnection::Handles {
 // One executed statement with the parameter buffers it was bound to.
 class OdbcConnection::Statement {
  public:
-  Statement(SQLHDBC dbc, SqlDialect dialect, std::string_view sql, const Params& params)
-      : dialect_(dialect), sql_(sql) {
+  Statement(std::shared_ptr<Handles> handles, SqlDialect dialect, std::string_view sql, const Params& params)
+      : handles_(std::move(handles)), dialect_(dialect), sql_(sql) {
+    SQLHDBC dbc = handles_->dbc;
     int marks = SqlText::CountPlaceholders(sql);
     if (marks != static_cast<int>(params.size())) {
       throw Error(kParameterMismatch,
@@ -255,6 +278,7 @@ class OdbcConnection::Statement {
     if (!SQL_SUCCEEDED(rc)) Fail();
   }
 
+  std::shared_ptr<Handles> handles_;  // declared first: released last
   SqlDialect dialect_;
   std::string sql_;
   SQLHSTMT stmt_ = SQL_NULL_HSTMT;
@@ -377,7 +401,7 @@ class OdbcConnection::OdbcRecordset : public Recordset {
 };
 
 OdbcConnection::OdbcConnection(const std::string& connectionString, std::string connectionText)
-    : Connection(std::move(connectionText)), handles_(std::make_unique<Handles>()) {
+    : Connection(std::move(connectionText)), handles_(std::make_shared<Handles>()) {
   auto fail = [&](const std::string& message) {
     handles_.reset();
     throw Error(kConnectFailed, "Could not connect to the database [" + ConnectionText() + "]: " + message,
@@ -396,7 +420,7 @@ OdbcConnection::OdbcConnection(const std::string& connectionString, std::string 
                     reinterpret_cast<SQLPOINTER>(static_cast<intptr_t>(kConnectTimeoutSeconds)), 0);
   SQLSetConnectAttr(handles_->dbc, SQL_ATTR_CONNECTION_TIMEOUT,
                     reinterpret_cast<SQLPOINTER>(static_cast<intptr_t>(kConnectTimeoutSeconds)), 0);
-  std::u16string text = ToUtf16(connectionString);
+  std::u16string text = ToUtf16(WithSqliteBusyTimeout(connectionString));
   SQLWCHAR out[1024];
   SQLSMALLINT outLength = 0;
   SQLRETURN rc = SQLDriverConnectW(handles_->dbc, nullptr, Wide(text), static_cast<SQLSMALLINT>(text.size()), out,
@@ -408,21 +432,13 @@ OdbcConnection::OdbcConnection(const std::string& connectionString, std::string 
   std::string dbms = InfoText(handles_->dbc, SQL_DBMS_NAME);
   std::string driver = InfoText(handles_->dbc, SQL_DRIVER_NAME);
   provider_ = dbms + " (" + driver + ")";
-  std::string upper = dbms;
-  for (char& c : upper) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  std::string upper = Upper(dbms);
   if (upper.find("SQLITE") != std::string::npos) {
     dialect_ = SqlDialect::Sqlite;
   } else if (upper.find("POSTGRES") != std::string::npos) {
     dialect_ = SqlDialect::PostgreSql;
   } else if (upper.find("SQL SERVER") != std::string::npos) {
     dialect_ = SqlDialect::SqlServer;
-  }
-  if (dialect_ == SqlDialect::Sqlite) {
-    try {
-      DoExecute("PRAGMA busy_timeout = " + std::to_string(kSqliteBusyTimeoutMs), {});
-    } catch (const Error& e) {
-      fail(e.description());
-    }
   }
 }
 
@@ -444,14 +460,17 @@ void OdbcConnection::Close() {
 }
 
 int64_t OdbcConnection::DoExecute(std::string_view sql, const Params& params) {
-  Statement statement(handles_->dbc, dialect_, sql, params);
+  Statement statement(handles_, dialect_, sql, params);
+  // A query reports the rows it returned, which are not changes.
+  SQLSMALLINT columns = 0;
+  if (SQL_SUCCEEDED(SQLNumResultCols(statement.handle(), &columns)) && columns > 0) return 0;
   SQLLEN rows = 0;
   if (!SQL_SUCCEEDED(SQLRowCount(statement.handle(), &rows)) || rows < 0) rows = 0;
   return rows;
 }
 
 std::unique_ptr<Recordset> OdbcConnection::DoOpenRecordset(std::string_view sql, const Params& params) {
-  return std::make_unique<OdbcRecordset>(std::make_unique<Statement>(handles_->dbc, dialect_, sql, params));
+  return std::make_unique<OdbcRecordset>(std::make_unique<Statement>(handles_, dialect_, sql, params));
 }
 
 void OdbcConnection::DoBegin(IsolationLevel level) {

@@ -3,12 +3,15 @@
 // Opened from an ODBC connection string (DSN=... or DRIVER=...). Text crosses
 // the driver boundary as UTF-16 (the wide API) and is UTF-8 on this side. The
 // SQL dialect is taken from the driver's DBMS name: a SQLite driver gets the
-// same BEGIN IMMEDIATE transactions and busy wait as SqliteConnection; other
-// drivers get the isolation level through the connection attribute and
-// transactions by turning auto-commit off until commit or rollback.
+// same BEGIN IMMEDIATE transactions as SqliteConnection, and a connection
+// string naming a SQLite driver without a Timeout key gets one matching
+// kSqliteBusyTimeoutMs. Other drivers get the isolation level through the
+// connection attribute, and transactions by turning auto-commit off until
+// commit or rollback.
 //
-// Owns the environment and connection handles; each recordset owns its
-// statement handle and must go before the connection.
+// Owns the environment and connection handles together with the recordsets
+// it made: the driver connection ends when the last of them goes. Close()
+// rolls back and makes the connection refuse further work at once.
 #pragma once
 
 #include <memory>
@@ -44,7 +47,9 @@ class OdbcConnection : public Connection {
 
   void EndTransaction(bool commit);
 
-  std::unique_ptr<Handles> handles_;
+  // Shared with the statements, so that a recordset outliving its
+  // connection keeps the driver connection until it goes.
+  std::shared_ptr<Handles> handles_;
   SqlDialect dialect_ = SqlDialect::Other;
   std::string provider_;
 };

@@ -152,8 +152,11 @@ PostgresConnection::PostgresConnection(const std::string& uri, std::string conne
     : Connection(std::move(connectionText)) {
   // The URI comes last so that what it sets itself wins.
   std::string timeout = std::to_string(kConnectTimeoutSeconds);
-  const char* keywords[] = {"connect_timeout", "client_encoding", "dbname", nullptr};
-  const char* values[] = {timeout.c_str(), "UTF8", uri.c_str(), nullptr};
+  // Keepalives make a server that vanishes mid-session fail the next
+  // statement within a minute instead of leaving it waiting on the socket.
+  const char* keywords[] = {"connect_timeout", "keepalives", "keepalives_idle", "keepalives_interval",
+                            "keepalives_count", "tcp_user_timeout", "client_encoding", "dbname", nullptr};
+  const char* values[] = {timeout.c_str(), "1", "30", "10", "3", "60000", "UTF8", uri.c_str(), nullptr};
   conn_ = PQconnectdbParams(keywords, values, 1);
   if (conn_ == nullptr || PQstatus(conn_) != CONNECTION_OK) {
     std::string message = conn_ ? TrimMessage(PQerrorMessage(conn_)) : "out of memory";
@@ -241,6 +244,8 @@ PostgresConnection::Result PostgresConnection::Run(std::string_view sql, const P
 
 int64_t PostgresConnection::DoExecute(std::string_view sql, const Params& params) {
   Result result = Run(sql, params);
+  // A query reports the rows it returned, which are not changes.
+  if (std::strncmp(PQcmdStatus(result.get()), "SELECT", 6) == 0) return 0;
   const char* tuples = PQcmdTuples(result.get());
   int64_t changed = 0;
   if (tuples && *tuples) std::from_chars(tuples, tuples + std::strlen(tuples), changed);

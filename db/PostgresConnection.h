@@ -1,7 +1,8 @@
 // PostgresConnection: a Connection to a PostgreSQL server through libpq.
 //
 // Opened from a postgresql:// or postgres:// URI; a connection attempt gives
-// up after kConnectTimeoutSeconds unless the URI sets connect_timeout. The
+// up after kConnectTimeoutSeconds unless the URI sets connect_timeout, and TCP
+// keepalives notice a server that goes away mid-session. The
 // client encoding is UTF-8. `?` marks are turned into $1, $2, ... and values
 // are sent as text for the server to type by their use, bytes as bytea.
 // A query's rows are fetched whole, so that other statements may run on the

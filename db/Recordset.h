@@ -6,8 +6,8 @@
 // regard to case. Column names are those the database reports (PostgreSQL
 // folds unquoted names to lower case).
 //
-// Made by Connection::OpenRecordset; it must go before its connection. It owns
-// its native statement or result and releases it in Close() or when destroyed.
+// Made by Connection::OpenRecordset. It owns its native statement or result
+// and releases it in Close() or when destroyed; it may outlive its connection.
 #pragma once
 
 #include <cstdint>

@@ -7,7 +7,8 @@
 // row can never both read the same value. Recordsets step the live statement,
 // so a large result is not held in memory.
 //
-// Owns the sqlite3 handle; recordsets it made must go first.
+// Owns the sqlite3 handle. Closing with recordsets still open leaves the
+// handle to SQLite until the last of them is finalised.
 #pragma once
 
 #include <memory>

@@ -106,6 +106,7 @@ TEST_P(ConnectionTest, ExecuteCountsChangedRows) {
   EXPECT_EQ(3, c->Execute("insert into R (K, V) values (1, 0), (1, 0), (2, 0)"));
   EXPECT_EQ(2, c->Execute("update R set V = V + 1 where K = ?", {int64_t{1}}));
   EXPECT_EQ(0, c->Execute("update R set V = 9 where K = ?", {int64_t{42}}));
+  EXPECT_EQ(0, c->Execute("select K from R"));
   EXPECT_EQ(1, c->Execute("delete from R where K = 2"));
 }
 
@@ -214,6 +215,21 @@ TEST_P(ConnectionTest, ClosedConnectionRefusesWork) {
   EXPECT_EQ(kConnectionClosed, ErrorNumberOf([&] { c->OpenRecordset("select 1"); }));
   EXPECT_EQ(kConnectionClosed, ErrorNumberOf([&] { c->BeginTransaction(); }));
   c->Close();
+}
+
+TEST_P(ConnectionTest, RecordsetOutlivesItsConnection) {
+  std::unique_ptr<Recordset> rs;
+  {
+    auto c = Open();
+    c->Execute("create table O (A integer)");
+    c->Execute("insert into O (A) values (1), (2)");
+    rs = c->OpenRecordset("select A from O order by A");
+  }
+  EXPECT_EQ(std::optional<int64_t>(1), rs->Int64(0));
+  rs->Next();
+  EXPECT_EQ(std::optional<int64_t>(2), rs->Int64(0));
+  rs->Next();
+  EXPECT_TRUE(rs->IsEOF());
 }
 
 TEST_P(ConnectionTest, ClosingRollsBackAnOpenTransaction) {

@@ -117,3 +117,23 @@ TEST(SqlTextTest, MarksBecomeNumberedOutsideQuotesAndComments) {
 
 }  // namespace
 }  // namespace tessel::db::test
+
+namespace tessel::db::test {
+namespace {
+
+TEST(ConnectionText, PrefixesIgnoreCaseAndBareOdbcStringsOpen) {
+  tessel::test::TempDir dir;
+  auto odbc = OpenConnection("DRIVER={SQLite3};DATABASE=" + (dir / "bare.db").string());
+  EXPECT_EQ(BackendKind::Odbc, odbc->Backend());
+  EXPECT_EQ(std::optional<int64_t>(3), odbc->OpenRecordset("select 1 + 2")->Int64(0));
+  EXPECT_EQ(BackendKind::Odbc, OpenConnection("ODBC:DRIVER={SQLite3};DATABASE=" + (dir / "b.db").string())->Backend());
+
+  std::string uri;
+  PostgresUriOrSkip(&uri);
+  if (uri.empty()) return;
+  std::string upper = "POSTGRESQL" + uri.substr(uri.find(':'));
+  EXPECT_EQ(BackendKind::PostgreSql, OpenConnection(upper)->Backend());
+}
+
+}  // namespace
+}  // namespace tessel::db::test
