@@ -21,6 +21,7 @@ namespace tessel::vbs {
 namespace {
 
 constexpr int32_t kTickInterval = 4096;
+constexpr size_t kMaxStringBytes = 256u << 20;
 
 // The error the engine raises when a script runs past its time-out.
 constexpr int32_t kTimeoutNumber = static_cast<int32_t>(0x80004004);
@@ -742,14 +743,25 @@ Variant Machine::EvalBinary(const BinaryExpr& b, Frame& f) {
   Variant l = Eval(*b.left, f);
   Variant r = Eval(*b.right, f);
   switch (b.op) {
-    case BinaryOp::Add: return FastAdd(l, r);
+    case BinaryOp::Add:
+      if (l.IsString() && r.IsString() && l.StringValue().size() + r.StringValue().size() > kMaxStringBytes)
+        ThrowRuntimeError(7);
+      return FastAdd(l, r);
     case BinaryOp::Sub: return FastSubtract(l, r);
     case BinaryOp::Mul: return FastMultiply(l, r);
     case BinaryOp::Div: return Divide(l, r);
     case BinaryOp::IntDiv: return IntDivide(l, r);
     case BinaryOp::Mod: return Mod(l, r);
     case BinaryOp::Pow: return Power(l, r);
-    case BinaryOp::Concat: return Concat(l, r);
+    case BinaryOp::Concat: {
+      // Strings stop at 256 MB: a script doubling a string in a loop gets 7
+      // "Out of memory" instead of taking the machine's memory.
+      if (l.IsString() && r.IsString() && l.StringValue().size() + r.StringValue().size() > kMaxStringBytes)
+        ThrowRuntimeError(7);
+      Variant result = Concat(l, r);
+      if (result.IsString() && result.StringValue().size() > kMaxStringBytes) ThrowRuntimeError(7);
+      return result;
+    }
     case BinaryOp::And: return And(l, r);
     case BinaryOp::Or: return Or(l, r);
     case BinaryOp::Xor: return Xor(l, r);

@@ -15,7 +15,8 @@ namespace {
 
 std::string ToLower(std::string_view s) {
   std::string out(s);
-  for (char& c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  for (char& c : out)
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + 32);
   return out;
 }
 
@@ -68,6 +69,12 @@ class ParserImpl {
       ExpectEndOfStatement();
     }
     FinishScope(top, nullptr);
+    for (const auto& [lower, name] : code.globals) {
+      for (const auto& c : code.classes)
+        if (c->lower == lower) throw ScriptError(syntax::kNameRedefined, syntax::Message(syntax::kNameRedefined), 1, 1);
+      for (const auto& p : code.procedures)
+        if (p->lower == lower) throw ScriptError(syntax::kNameRedefined, syntax::Message(syntax::kNameRedefined), 1, 1);
+    }
   }
 
   ExprPtr ParseExpressionOnly(int& slotCount) {

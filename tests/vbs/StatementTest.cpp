@@ -227,3 +227,48 @@ TEST(VbsStatement, NamesAreCaseInsensitive) {
 
 }  // namespace
 }  // namespace tessel::vbs::test
+
+namespace tessel::vbs::test {
+namespace {
+
+TEST(VbsStatement, DateLiteralsInSeveralForms) {
+  Engine e;
+  EXPECT_EQ(Typed(e, "#February 28, 2024#"), "Date:2/28/2024");
+  EXPECT_EQ(Typed(e, "#2/28/2024#"), "Date:2/28/2024");
+  EXPECT_EQ(Typed(e, "#10:30#"), "Date:10:30:00 AM");
+  EXPECT_EQ(ErrorOf(e, "x = #not a date#"), 1002);
+}
+
+TEST(VbsStatement, LocalArraysAndExitProperty) {
+  Engine e;
+  e.AddCode(
+      "Function Fill()\n"
+      "  Dim a(2), i\n"
+      "  For i = 0 To 2 : a(i) = i * i : Next\n"
+      "  Fill = Join(a, \",\")\n"
+      "End Function\n"
+      "Class Q\n"
+      "  Property Get P()\n"
+      "    P = 1\n"
+      "    Exit Property\n"
+      "    P = 2\n"
+      "  End Property\n"
+      "  Function Items() : Items = Array(\"x\", \"y\") : End Function\n"
+      "End Class\n"
+      "Dim qq : Set qq = New Q");
+  EXPECT_EQ(Typed(e, "Fill()"), "String:0,1,4");
+  EXPECT_EQ(Typed(e, "Fill()"), "String:0,1,4");
+  EXPECT_EQ(Typed(e, "qq.P"), "Integer:1");
+  EXPECT_EQ(Typed(e, "qq.Items()(1)"), "String:y");
+  EXPECT_EQ(Typed(e, "qq.Items(1)"), "String:y");
+  EXPECT_EQ(ErrorOf(e, "Class Z : End Class\nDim z"), 1041);
+}
+
+TEST(VbsStatement, StringGrowthStopsWithOutOfMemory) {
+  Engine e;
+  EXPECT_EQ(ErrorOf(e, "Dim s : s = \"xxxxxxxxxxxxxxxx\"\nDo : s = s & s : Loop"), 7);
+  EXPECT_EQ(e.Error().Line(), 2);
+}
+
+}  // namespace
+}  // namespace tessel::vbs::test
