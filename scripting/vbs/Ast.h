@@ -35,6 +35,7 @@ struct Expr {
   ExprKind kind;
   int line = 0;
   int column = 0;
+  int height = 1;  // longest path to a leaf, bounded by the parser
 };
 using ExprPtr = std::unique_ptr<Expr>;
 using ExprList = std::vector<ExprPtr>;

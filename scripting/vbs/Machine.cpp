@@ -740,6 +740,10 @@ Variant Machine::Eval(const Expr& e, Frame& f) {
 }
 
 Variant Machine::EvalBinary(const BinaryExpr& b, Frame& f) {
+  if (b.height > 64) {
+    char probe;
+    if (reinterpret_cast<uintptr_t>(&probe) < stackLimit_) ThrowRuntimeError(28);
+  }
   Variant l = Eval(*b.left, f);
   Variant r = Eval(*b.right, f);
   switch (b.op) {

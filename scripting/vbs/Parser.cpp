@@ -21,6 +21,9 @@ std::string ToLower(std::string_view s) {
 }
 
 constexpr int kMaxNesting = 400;
+// Operator chains (`a & b & c ...`) build trees without nesting the parser;
+// their height is bounded separately so that walking them stays shallow.
+constexpr int kMaxTreeHeight = 3000;
 
 // What the parser knows about the procedure (or top-level code) it is in.
 struct ProcContext {
@@ -1128,6 +1131,8 @@ class ParserImpl {
     auto e = std::make_unique<UnaryExpr>();
     e->line = line;
     e->column = column;
+    e->height = operand->height + 1;
+    if (e->height > kMaxTreeHeight) Fail(syntax::kSyntaxError);
     e->op = op;
     e->operand = std::move(operand);
     return e;
@@ -1161,6 +1166,8 @@ class ParserImpl {
     auto e = std::make_unique<BinaryExpr>();
     e->line = line;
     e->column = column;
+    e->height = std::max(left->height, right->height) + 1;
+    if (e->height > kMaxTreeHeight) Fail(syntax::kSyntaxError);
     e->op = op;
     e->left = std::move(left);
     e->right = std::move(right);

@@ -180,3 +180,20 @@ TEST(VbsError, DeeplyNestedExpressionIsASyntaxErrorNotACrash) {
 
 }  // namespace
 }  // namespace tessel::vbs::test
+
+namespace tessel::vbs::test {
+namespace {
+
+TEST(VbsError, LongOperatorChainsEvaluateOrFailCleanly) {
+  Engine e;
+  e.AddCode("Dim x : x = 1");
+  std::string chain = "x";
+  for (int i = 0; i < 1000; ++i) chain += " + x";
+  EXPECT_EQ(Typed(e, chain), "Integer:1001");
+  std::string tooLong = "x";
+  for (int i = 0; i < 100000; ++i) tooLong += " + x";
+  EXPECT_EQ(EvalErrorOf(e, tooLong), 1002);
+}
+
+}  // namespace
+}  // namespace tessel::vbs::test
