@@ -435,7 +435,22 @@ Machine::Flow Machine::Exec(const Stmt& s, Frame& f) {
     case StmtKind::If: {
       const auto& st = static_cast<const IfStmt&>(s);
       for (size_t i = 0; i < st.conditions.size(); ++i) {
-        if (Truth(Eval(*st.conditions[i], f))) return ExecBlock(st.blocks[i], f);
+        bool taken;
+        if (!f.resumeNext) {
+          taken = Truth(Eval(*st.conditions[i], f));
+        } else {
+          // Under On Error Resume Next a failing condition resumes with the
+          // next statement, which is the first one of its branch.
+          try {
+            taken = Truth(Eval(*st.conditions[i], f));
+          } catch (const Error& e) {
+            if (aborting_) throw;
+            err_->Set(e);
+            errorNoted_ = false;
+            taken = true;
+          }
+        }
+        if (taken) return ExecBlock(st.blocks[i], f);
       }
       return ExecBlock(st.elseBlock, f);
     }
@@ -506,7 +521,18 @@ void Machine::ExecReDim(const ReDimStmt& s, Frame& f) {
     std::vector<Variant::Bound> bounds;
     bounds.reserve(item.bounds.size());
     for (const auto& b : item.bounds) bounds.push_back({0, IndexValue(Eval(*b, f))});
-    Variant* var = VariableRef(static_cast<NameExpr&>(*item.target), f);
+    auto& name = static_cast<NameExpr&>(*item.target);
+    Variant* var;
+    if (name.scope == NameScope::Dynamic && !Resolve(name) && name.implicitSlot >= 0) {
+      var = f.refs[name.implicitSlot];  // ReDim declares the array, even under Option Explicit
+    } else if (name.scope == NameScope::Dynamic && !Resolve(name) && name.implicitSlot < 0) {
+      GlobalEntry& g = Declare(name.lower, name.name);
+      g.kind = GlobalEntry::Variable;
+      name.cache = &g;
+      var = &g.value;
+    } else {
+      var = VariableRef(name, f);
+    }
     if (!var) ThrowRuntimeError(13);
     if (IsFixedArray(*var)) ThrowRuntimeError(10);
     if (s.preserve && var->IsArray() && var->ArrayValue().Dimensions() > 0) {
@@ -807,7 +833,7 @@ Variant Machine::EvalName(NameExpr& n, Frame& f, bool call) {
     case NameScope::Dynamic: {
       GlobalEntry* e = Resolve(n);
       if (!e) {
-        const bool explicitNames = f.code && f.code->optionExplicit;
+        const bool explicitNames = f.code && f.code->optionExplicit && !n.declaredByReDim;
         if (explicitNames) Undefined(n.name);
         if (n.implicitSlot >= 0) {
           var = f.refs[n.implicitSlot];
@@ -1056,7 +1082,7 @@ Variant* Machine::VariableRef(NameExpr& n, Frame& f) {
     case NameScope::Dynamic: {
       GlobalEntry* e = Resolve(n);
       if (!e) {
-        if (f.code && f.code->optionExplicit) Undefined(n.name);
+        if (f.code && f.code->optionExplicit && !n.declaredByReDim) Undefined(n.name);
         if (n.implicitSlot >= 0) return f.refs[n.implicitSlot];
         GlobalEntry& g = Declare(n.lower, n.name);
         g.kind = GlobalEntry::Variable;

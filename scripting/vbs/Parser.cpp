@@ -31,6 +31,7 @@ struct ProcContext {
   Code* code = nullptr;
   std::unordered_map<std::string, int> locals;
   std::vector<NameExpr*> pending;  // names to resolve when the scope ends
+  std::vector<std::string> redimmed;  // names a ReDim in this procedure declares
   std::vector<int> withSlots;
   int doDepth = 0;
   int forDepth = 0;
@@ -494,12 +495,16 @@ class ParserImpl {
           continue;
         }
         if (cls) {
+          for (const auto& r : ctx.redimmed)
+            if (r == name->lower) name->declaredByReDim = true;
           classPending_.emplace_back(name, ctx.proto);
           continue;
         }
       }
       if (ResolveEnclosing(*name)) continue;
       FinishDynamic(*name, ctx.proto);
+      for (const auto& r : ctx.redimmed)
+        if (r == name->lower) name->declaredByReDim = true;
     }
     ctx.pending.clear();
   }
@@ -755,10 +760,9 @@ class ParserImpl {
       auto name = Node<NameExpr>();
       name->name = TakeIdentifier();
       name->lower = ToLower(name->name);
-      if (ctx_->proto && !ctx_->locals.count(name->lower) && !stmt->preserve) {
-        // ReDim declares the array when nothing of that name exists; a global
-        // of the name wins at run time (dynamic lookup).
-      }
+      // ReDim declares the array when nothing of that name exists; a global
+      // of the name wins at run time (dynamic lookup).
+      if (ctx_->proto) ctx_->redimmed.push_back(name->lower);
       ctx_->pending.push_back(name.get());
       if (!ctx_->proto) code_->globals.emplace_back(name->lower, name->name);
       Expect(TokenKind::LParen, syntax::kExpectedLParen);

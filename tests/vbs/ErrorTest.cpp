@@ -197,3 +197,28 @@ TEST(VbsError, LongOperatorChainsEvaluateOrFailCleanly) {
 
 }  // namespace
 }  // namespace tessel::vbs::test
+
+namespace tessel::vbs::test {
+namespace {
+
+TEST(VbsError, FailingIfConditionUnderResumeNextTakesTheBranch) {
+  Engine e;
+  e.AddCode(
+      "On Error Resume Next\n"
+      "Dim r : r = \"\"\n"
+      "If 1 / 0 = 1 Then\n"
+      "  r = \"then\"\n"
+      "Else\n"
+      "  r = \"else\"\n"
+      "End If\n"
+      "Dim n : n = Err.Number");
+  EXPECT_EQ(Typed(e, "r & n"), "String:then11");
+}
+
+TEST(VbsError, ReDimDeclaresUnderOptionExplicit) {
+  Engine e;
+  EXPECT_EQ(ErrorOf(e, "Option Explicit\nSub S() : ReDim a(2) : a(2) = 1 : End Sub\nS"), 0);
+}
+
+}  // namespace
+}  // namespace tessel::vbs::test
