@@ -1271,6 +1271,8 @@ Variant Machine::CallProc(const FunctionProto& p, ScriptObject* me, const ExprLi
     ~Leave() { --d; }
   } leave{depth_};
   ExecBlock(p.body, f);
+  // Leaving a procedure that handles its own errors clears Err.
+  if (f.resumeNext) err_->Clear();
   if (p.resultSlot >= 0) return std::move(buffer.slots[p.resultSlot]);
   return Variant();
 }

@@ -100,6 +100,9 @@ TEST(VbsError, OnErrorResumeNextIsPerProcedure) {
   EXPECT_EQ(Typed(e, "Safe()"), "Long:11");
   EXPECT_EQ(EvalErrorOf(e, "Unsafe()"), 11);
   EXPECT_EQ(Typed(e, "Caller()"), "String:11:True");
+  // Leaving a procedure with its own handler clears Err.
+  e.AddCode("On Error Resume Next\nDim afterSafe : Safe : afterSafe = Err.Number");
+  EXPECT_EQ(Typed(e, "afterSafe"), "Long:0");
 }
 
 TEST(VbsError, OnErrorGotoZeroRestoresFailures) {
