@@ -1,6 +1,7 @@
 #include "scripting/vbs/Lexer.h"
 
 #include <cctype>
+#include <charconv>
 #include <cmath>
 #include <cstdlib>
 #include <string>
@@ -341,9 +342,12 @@ void Lexer::LexNumber(Token& t) {
       return;
     }
   }
-  std::string buffer(t.source);
   t.kind = TokenKind::Double;
-  t.number = std::strtod(buffer.c_str(), nullptr);
+  auto [end, ec] = std::from_chars(t.source.data(), t.source.data() + t.source.size(), t.number);
+  if (ec != std::errc()) {
+    std::string buffer(t.source);
+    t.number = std::strtod(buffer.c_str(), nullptr);
+  }
   if (!std::isfinite(t.number)) Fail(syntax::kInvalidNumber, line_, t.column);
 }
 
