@@ -187,15 +187,16 @@ Variant FixedArray(const std::vector<int32_t>& dims) {
 
 // --- setup ----------------------------------------------------------------------
 
-Machine::Machine() : err_(MakeRef<ErrObject>()) {}
+Machine::Machine() : handle_(std::make_shared<Machine*>(this)), err_(MakeRef<ErrObject>()) {}
 
 Machine::~Machine() {
   // Release script objects while the machine can still run their
-  // Class_Terminate.
+  // Class_Terminate; objects the host still holds lose their machine.
   aborting_ = false;
   for (auto& [name, entry] : globals_) entry->value = Variant();
   memberObjects_.clear();
   globals_.clear();
+  *handle_ = nullptr;
 }
 
 void Machine::AddObject(const std::string& name, Ref<Object> object, bool addMembers) {
@@ -993,7 +994,7 @@ Variant Machine::CallIntrinsic(int id, const ExprList& args, Frame& f) {
       std::string name = argv[0].ToString();
       GlobalEntry* e = Lookup(Lower(name));
       if (!e || e->kind != GlobalEntry::Procedure) ThrowRuntimeError(5);
-      return Variant(MakeRef<ProcedureRef>(*this, *e->proc, e->code));
+      return Variant(MakeRef<ProcedureRef>(handle_, *e->proc, e->code));
     }
     case kCreateObject:
       return CreateObject(argv[0].ToString());
@@ -1035,7 +1036,7 @@ Variant Machine::CallIntrinsic(int id, const ExprList& args, Frame& f) {
 Variant Machine::NewObject(const std::string& lower, const std::string& name) {
   GlobalEntry* e = Lookup(lower);
   if (e && e->kind == GlobalEntry::Class) {
-    auto object = MakeRef<ScriptObject>(*this, *e->cls, e->code);
+    auto object = MakeRef<ScriptObject>(handle_, *e->cls, e->code);
     if (e->cls->initialize) {
       EnterCall();
       std::span<Variant> none;
