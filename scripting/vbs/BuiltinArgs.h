@@ -19,9 +19,7 @@ inline bool HasArg(const Variant* args, int argc, int index) {
 }
 
 // The value an argument stands for: objects give their default property.
-inline Variant ArgValue(const Variant& arg) {
-  return arg.IsObject() ? arg.Dereference() : arg;
-}
+inline Variant ArgValue(const Variant& arg) { return arg.IsObject() ? arg.Dereference() : arg; }
 
 // Optional integer argument (CLng rules) or its default.
 inline int32_t LongArg(const Variant* args, int argc, int index, int32_t fallback) {

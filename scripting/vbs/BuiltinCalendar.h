@@ -45,8 +45,8 @@ int DayOfYear(int64_t days) noexcept;
 int WeekOfYear(int64_t days, int firstDayOfWeek, int firstWeekOfYear) noexcept;
 
 // Range the script language accepts: years 100 to 9999.
-constexpr double kMinSerial = -657434.0;             // 1 January 100
-constexpr double kMaxSerial = 2958465.99998842592;   // 31 December 9999 23:59:59
+constexpr double kMinSerial = -657434.0;            // 1 January 100
+constexpr double kMaxSerial = 2958465.99998842592;  // 31 December 9999 23:59:59
 bool InRange(double serial) noexcept;
 
 }  // namespace tessel::vbs::calendar

@@ -204,16 +204,36 @@ Variant DatePart(BuiltinContext&, const Variant* args, int argc) {
   int64_t days = calendar::SerialDay(serial);
   int result = 0;
   switch (interval) {
-    case Interval::Year: result = p.year; break;
-    case Interval::Quarter: result = (p.month - 1) / 3 + 1; break;
-    case Interval::Month: result = p.month; break;
-    case Interval::DayOfYear: result = calendar::DayOfYear(days); break;
-    case Interval::Day: result = p.day; break;
-    case Interval::Weekday: result = calendar::Weekday(days, firstDay); break;
-    case Interval::Week: result = calendar::WeekOfYear(days, firstDay, firstWeek); break;
-    case Interval::Hour: result = p.hour; break;
-    case Interval::Minute: result = p.minute; break;
-    case Interval::Second: result = p.second; break;
+    case Interval::Year:
+      result = p.year;
+      break;
+    case Interval::Quarter:
+      result = (p.month - 1) / 3 + 1;
+      break;
+    case Interval::Month:
+      result = p.month;
+      break;
+    case Interval::DayOfYear:
+      result = calendar::DayOfYear(days);
+      break;
+    case Interval::Day:
+      result = p.day;
+      break;
+    case Interval::Weekday:
+      result = calendar::Weekday(days, firstDay);
+      break;
+    case Interval::Week:
+      result = calendar::WeekOfYear(days, firstDay, firstWeek);
+      break;
+    case Interval::Hour:
+      result = p.hour;
+      break;
+    case Interval::Minute:
+      result = p.minute;
+      break;
+    case Interval::Second:
+      result = p.second;
+      break;
   }
   return Variant::FromInteger(static_cast<int16_t>(result));
 }
@@ -231,8 +251,8 @@ Variant DateSerial(BuiltinContext&, const Variant* args, int) {
 }
 
 Variant TimeSerial(BuiltinContext&, const Variant* args, int) {
-  int64_t seconds = int64_t{args[0].ToInteger()} * 3600 + int64_t{args[1].ToInteger()} * 60 +
-                    args[2].ToInteger();
+  int64_t seconds =
+      int64_t{args[0].ToInteger()} * 3600 + int64_t{args[1].ToInteger()} * 60 + args[2].ToInteger();
   return Variant::FromDate(CheckedDate(calendar::SecondsToSerial(seconds)));
 }
 
