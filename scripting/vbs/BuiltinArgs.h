@@ -11,6 +11,7 @@
 
 #include "core/RuntimeError.h"
 #include "core/Variant.h"
+#include "scripting/vbs/BuiltinCalendar.h"
 
 namespace tessel::vbs {
 
@@ -40,5 +41,13 @@ inline bool TextCompareArg(const Variant* args, int argc, int index) {
 }
 
 [[noreturn]] inline void InvalidArgument() { ThrowRuntimeError(5); }
+
+// CDate of an argument, checked to lie in the calendar's range (a host may
+// hand in a Date serial that no script could make); 5 otherwise.
+inline double DateArg(const Variant& arg) {
+  double serial = arg.ToDate();
+  if (!calendar::InRange(serial)) ThrowRuntimeError(5);
+  return serial;
+}
 
 }  // namespace tessel::vbs

@@ -100,7 +100,8 @@ int WeekOfYear(int64_t days, int firstDayOfWeek, int firstWeekOfYear) noexcept {
 }
 
 bool InRange(double serial) noexcept {
-  return serial >= kMinSerial - 0.99999999 && serial <= kMaxSerial + 1e-9;
+  // NaN fails both comparisons.
+  return serial > kMinSerial - 1.0 && serial < kMaxSerial + 1e-6;
 }
 
 }  // namespace tessel::vbs::calendar

@@ -84,7 +84,9 @@ Currency RoundCurrency(Currency value, int digits, DecimalRounding mode) {
     case DecimalRounding::Trunc:
       break;
   }
-  return Currency::FromRaw(q * factor);
+  int64_t rounded;
+  if (__builtin_mul_overflow(q, factor, &rounded)) ThrowRuntimeError(6);
+  return Currency::FromRaw(rounded);
 }
 
 enum class Whole { Fix, Int };

@@ -376,7 +376,7 @@ bool DateSerialOf(const Variant& v, double& serial) {
   switch (v.Type()) {
     case VarType::Date:
       serial = v.DateValue();
-      return true;
+      return DateTime::IsValid(serial);
     case VarType::String: {
       if (auto number = ParseNumericText(v.StringValue())) {
         serial = *number;
