@@ -38,9 +38,7 @@ Variant Array(BuiltinContext&, const Variant* args, int argc) {
   return Variant::FromVector(std::move(elements));
 }
 
-Variant IsArray(BuiltinContext&, const Variant* args, int) {
-  return Variant(args[0].IsArray());
-}
+Variant IsArray(BuiltinContext&, const Variant* args, int) { return Variant(args[0].IsArray()); }
 
 Variant LBound(BuiltinContext&, const Variant* args, int argc) {
   Variant holder;
@@ -83,16 +81,23 @@ Variant Split(BuiltinContext&, const Variant* args, int argc) {
     parts.emplace_back(s.substr(pos));
     return Variant::FromVector(std::move(parts));
   }
-  int64_t delimiterUnits = text::Length(delimiter);
-  int64_t pos = 0;
-  int64_t length = text::Length(s);
-  while (count < 0 || static_cast<int32_t>(parts.size()) < count - 1) {
-    int64_t hit = text::Find(s, delimiter, pos, textCompare);
-    if (hit < 0) break;
-    parts.emplace_back(text::Substring(s, pos, hit - pos));
-    pos = hit + delimiterUnits;
+  // General path: search in UTF-16 units once, without re-decoding per part.
+  std::u16string units = text::ToUtf16(s);
+  std::u16string hay = textCompare ? text::ToUtf16(text::ToLower(s)) : units;
+  std::u16string needle = text::ToUtf16(textCompare ? text::ToLower(delimiter) : delimiter);
+  if (hay.size() != units.size()) {
+    // Case mapping changed the length (rare scripts): fall back to binary.
+    hay = units;
+    needle = text::ToUtf16(delimiter);
   }
-  parts.emplace_back(text::Substring(s, pos, length - pos));
+  size_t pos = 0;
+  while (count < 0 || static_cast<int32_t>(parts.size()) < count - 1) {
+    size_t hit = hay.find(needle, pos);
+    if (hit == std::u16string::npos) break;
+    parts.emplace_back(text::FromUtf16(std::u16string_view(units).substr(pos, hit - pos)));
+    pos = hit + needle.size();
+  }
+  parts.emplace_back(text::FromUtf16(std::u16string_view(units).substr(pos)));
   return Variant::FromVector(std::move(parts));
 }
 

@@ -9,10 +9,37 @@ namespace tessel::vbs::builtins {
 
 namespace {
 
-// The text of a string argument (objects through their default value).
-std::string TextOf(const Variant& v) {
-  if (v.IsString()) return std::string(v.StringValue());
-  return ArgValue(v).ToString();
+// The text of a string argument (objects through their default value):
+// a view of the argument's own buffer when it is a String, else the
+// converted text held here. Not copyable, so the view cannot outlive it.
+class TextArg {
+ public:
+  explicit TextArg(const Variant& v) {
+    if (v.IsString()) {
+      view_ = v.StringValue();
+    } else {
+      owned_ = ArgValue(v).ToString();
+      view_ = owned_;
+    }
+  }
+  TextArg(const TextArg&) = delete;
+  TextArg& operator=(const TextArg&) = delete;
+  operator std::string_view() const noexcept { return view_; }
+  std::string_view view() const noexcept { return view_; }
+  bool empty() const noexcept { return view_.empty(); }
+  size_t size() const noexcept { return view_.size(); }
+
+ private:
+  std::string owned_;
+  std::string_view view_;
+};
+
+std::string TextOf(const Variant& v) { return std::string(TextArg(v).view()); }
+
+// The whole text as a String result, sharing the argument's buffer when it
+// already is one.
+Variant Whole(const Variant& arg, const TextArg& text) {
+  return arg.IsString() ? arg : Variant(text.view());
 }
 
 bool IsNullArg(const Variant& v) {
@@ -31,7 +58,8 @@ enum class TrimSide { Left, Right, Both };
 
 Variant TrimImpl(const Variant* args, TrimSide side) {
   if (IsNullArg(args[0])) return Variant::Null();
-  std::string s = TextOf(args[0]);
+  TextArg arg(args[0]);
+  std::string_view s = arg.view();
   size_t begin = 0, end = s.size();
   if (side != TrimSide::Right) {
     while (begin < end && IsTrimmed(s[begin])) ++begin;
@@ -39,13 +67,13 @@ Variant TrimImpl(const Variant* args, TrimSide side) {
   if (side != TrimSide::Left) {
     while (end > begin && IsTrimmed(s[end - 1])) --end;
   }
-  if (begin == 0 && end == s.size()) return Variant(std::move(s));
+  if (begin == 0 && end == s.size() && args[0].IsString()) return args[0];
   return Variant(s.substr(begin, end - begin));
 }
 
 bool IsUnescaped(char16_t c) {
-  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') ||
-         c == '@' || c == '*' || c == '_' || c == '+' || c == '-' || c == '.' || c == '/';
+  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '@' ||
+         c == '*' || c == '_' || c == '+' || c == '-' || c == '.' || c == '/';
 }
 
 int HexValue(char16_t c) {
@@ -84,7 +112,8 @@ Variant Left(BuiltinContext&, const Variant* args, int) {
   int32_t count = args[1].ToLong();
   if (count < 0) InvalidArgument();
   if (IsNullArg(args[0])) return Variant::Null();
-  std::string s = TextOf(args[0]);
+  TextArg s(args[0]);
+  if (static_cast<size_t>(count) >= s.size()) return Whole(args[0], s);
   return Variant(text::Substring(s, 0, count));
 }
 
@@ -92,9 +121,9 @@ Variant Right(BuiltinContext&, const Variant* args, int) {
   int32_t count = args[1].ToLong();
   if (count < 0) InvalidArgument();
   if (IsNullArg(args[0])) return Variant::Null();
-  std::string s = TextOf(args[0]);
+  TextArg s(args[0]);
   int64_t length = text::Length(s);
-  if (count >= length) return Variant(std::move(s));
+  if (count >= length) return Whole(args[0], s);
   return Variant(text::Substring(s, length - count, count));
 }
 
@@ -107,8 +136,8 @@ Variant Mid(BuiltinContext&, const Variant* args, int argc) {
     if (count < 0) InvalidArgument();
   }
   if (IsNullArg(args[0])) return Variant::Null();
-  std::string s = TextOf(args[0]);
-  if (start == 1 && count >= static_cast<int64_t>(s.size())) return Variant(std::move(s));
+  TextArg s(args[0]);
+  if (start == 1 && count >= static_cast<int64_t>(s.size())) return Whole(args[0], s);
   return Variant(text::Substring(s, start - 1, count));
 }
 
@@ -126,8 +155,8 @@ Variant InStr(BuiltinContext&, const Variant* args, int argc) {
     textCompare = TextCompareArg(args, argc, 3);
   }
   if (IsNullArg(strings[0]) || IsNullArg(strings[1])) return Variant::Null();
-  std::string haystack = TextOf(strings[0]);
-  std::string needle = TextOf(strings[1]);
+  TextArg haystack(strings[0]);
+  TextArg needle(strings[1]);
   int64_t length = text::Length(haystack);
   if (start > length) return Variant(int32_t{0});
   if (needle.empty()) return Variant(static_cast<int32_t>(start));
@@ -140,8 +169,8 @@ Variant InStrRev(BuiltinContext&, const Variant* args, int argc) {
   if (start == 0 || start < -1) InvalidArgument();
   bool textCompare = TextCompareArg(args, argc, 3);
   if (IsNullArg(args[0]) || IsNullArg(args[1])) return Variant::Null();
-  std::string haystack = TextOf(args[0]);
-  std::string needle = TextOf(args[1]);
+  TextArg haystack(args[0]);
+  TextArg needle(args[1]);
   int64_t length = text::Length(haystack);
   if (start == -1) start = length;
   if (length == 0 || start > length) return Variant(int32_t{0});
@@ -158,10 +187,52 @@ Variant Replace(BuiltinContext&, const Variant* args, int argc) {
   for (int i = 0; i < 3; ++i) {
     if (IsNullArg(args[i])) ThrowRuntimeError(94);
   }
-  std::string s = TextOf(args[0]);
-  std::string find = TextOf(args[1]);
-  std::string with = TextOf(args[2]);
+  TextArg s(args[0]);
+  TextArg find(args[1]);
+  TextArg with(args[2]);
   return Variant(text::Replace(s, find, with, start - 1, count, textCompare));
+}
+
+// The byte variants count two bytes to a UTF-16 unit; an odd byte count
+// drops the half unit, since a UTF-8 string cannot hold half a character.
+Variant LeftB(BuiltinContext& context, const Variant* args, int argc) {
+  int32_t bytes = args[1].ToLong();
+  if (bytes < 0) InvalidArgument();
+  Variant units[2] = {args[0], Variant(bytes / 2)};
+  return Left(context, units, argc);
+}
+
+Variant RightB(BuiltinContext& context, const Variant* args, int argc) {
+  int32_t bytes = args[1].ToLong();
+  if (bytes < 0) InvalidArgument();
+  Variant units[2] = {args[0], Variant(bytes / 2)};
+  return Right(context, units, argc);
+}
+
+Variant MidB(BuiltinContext& context, const Variant* args, int argc) {
+  int32_t start = args[1].ToLong();
+  if (start <= 0) InvalidArgument();
+  Variant units[3] = {args[0], Variant((start - 1) / 2 + 1), Variant()};
+  if (HasArg(args, argc, 2)) {
+    int32_t bytes = args[2].ToLong();
+    if (bytes < 0) InvalidArgument();
+    units[2] = Variant(bytes / 2);
+    return Mid(context, units, 3);
+  }
+  return Mid(context, units, 2);
+}
+
+Variant InStrB(BuiltinContext& context, const Variant* args, int argc) {
+  Variant units[4];
+  for (int i = 0; i < argc; ++i) units[i] = args[i];
+  if (argc >= 3 && HasArg(args, argc, 0)) {
+    int32_t start = args[0].ToLong();
+    if (start < 1) InvalidArgument();
+    units[0] = Variant((start - 1) / 2 + 1);
+  }
+  Variant position = InStr(context, units, argc);
+  if (position.IsNull() || position.LongValue() == 0) return position;
+  return Variant((position.LongValue() - 1) * 2 + 1);
 }
 
 Variant Trim(BuiltinContext&, const Variant* args, int) { return TrimImpl(args, TrimSide::Both); }
@@ -220,21 +291,21 @@ Variant StrReverse(BuiltinContext&, const Variant* args, int) {
 
 Variant Asc(BuiltinContext&, const Variant* args, int) {
   if (IsNullArg(args[0])) ThrowRuntimeError(94);
-  std::string s = TextOf(args[0]);
+  TextArg s(args[0]);
   if (s.empty()) InvalidArgument();
   return Variant::FromInteger(static_cast<int16_t>(text::UnitToAnsi(text::FirstUnit(s))));
 }
 
 Variant AscB(BuiltinContext&, const Variant* args, int) {
   if (IsNullArg(args[0])) ThrowRuntimeError(94);
-  std::string s = TextOf(args[0]);
+  TextArg s(args[0]);
   if (s.empty()) InvalidArgument();
   return Variant::FromByte(static_cast<uint8_t>(text::FirstUnit(s) & 0xFF));
 }
 
 Variant AscW(BuiltinContext&, const Variant* args, int) {
   if (IsNullArg(args[0])) ThrowRuntimeError(94);
-  std::string s = TextOf(args[0]);
+  TextArg s(args[0]);
   if (s.empty()) InvalidArgument();
   return Variant::FromInteger(static_cast<int16_t>(text::FirstUnit(s)));
 }

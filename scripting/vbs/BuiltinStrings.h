@@ -13,15 +13,20 @@ namespace tessel::vbs {
 
 class BuiltinContext;
 
-#define TESSEL_VBS_BUILTIN(name) Variant name(BuiltinContext& context, const Variant* args, int argc)
+#define TESSEL_VBS_BUILTIN(name) \
+  Variant name(BuiltinContext& context, const Variant* args, int argc)
 
 namespace builtins {
 TESSEL_VBS_BUILTIN(Len);
 TESSEL_VBS_BUILTIN(LenB);
 TESSEL_VBS_BUILTIN(Left);
+TESSEL_VBS_BUILTIN(LeftB);
 TESSEL_VBS_BUILTIN(Right);
+TESSEL_VBS_BUILTIN(RightB);
 TESSEL_VBS_BUILTIN(Mid);
+TESSEL_VBS_BUILTIN(MidB);
 TESSEL_VBS_BUILTIN(InStr);
+TESSEL_VBS_BUILTIN(InStrB);
 TESSEL_VBS_BUILTIN(InStrRev);
 TESSEL_VBS_BUILTIN(Replace);
 TESSEL_VBS_BUILTIN(Trim);

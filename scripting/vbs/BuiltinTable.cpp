@@ -66,6 +66,7 @@ constexpr BuiltinFunction kFunctions[] = {
     {"Hex", 1, 1, &builtins::Hex},
     {"Hour", 1, 1, &builtins::Hour},
     {"InStr", 2, 4, &builtins::InStr},
+    {"InStrB", 2, 4, &builtins::InStrB},
     {"InStrRev", 2, 4, &builtins::InStrRev},
     {"Int", 1, 1, &builtins::Int},
     {"IsArray", 1, 1, &builtins::IsArray},
@@ -78,11 +79,13 @@ constexpr BuiltinFunction kFunctions[] = {
     {"LBound", 1, 2, &builtins::LBound},
     {"LCase", 1, 1, &builtins::LCase},
     {"Left", 2, 2, &builtins::Left},
+    {"LeftB", 2, 2, &builtins::LeftB},
     {"Len", 1, 1, &builtins::Len},
     {"LenB", 1, 1, &builtins::LenB},
     {"Log", 1, 1, &builtins::Log},
     {"LTrim", 1, 1, &builtins::LTrim},
     {"Mid", 2, 3, &builtins::Mid},
+    {"MidB", 2, 3, &builtins::MidB},
     {"Minute", 1, 1, &builtins::Minute},
     {"Month", 1, 1, &builtins::Month},
     {"MonthName", 1, 2, &builtins::MonthName},
@@ -92,6 +95,7 @@ constexpr BuiltinFunction kFunctions[] = {
     {"Replace", 3, 6, &builtins::Replace},
     {"RGB", 3, 3, &builtins::RGB},
     {"Right", 2, 2, &builtins::Right},
+    {"RightB", 2, 2, &builtins::RightB},
     {"Rnd", 0, 1, &builtins::Rnd},
     {"Round", 1, 2, &builtins::Round},
     {"RTrim", 1, 1, &builtins::RTrim},
@@ -236,8 +240,12 @@ const T* Lookup(const T (&table)[N], std::string_view name) {
 
 }  // namespace
 
-const BuiltinFunction* FindBuiltinFunction(std::string_view name) { return Lookup(kFunctions, name); }
+const BuiltinFunction* FindBuiltinFunction(std::string_view name) {
+  return Lookup(kFunctions, name);
+}
 
-const BuiltinConstant* FindBuiltinConstant(std::string_view name) { return Lookup(kConstants, name); }
+const BuiltinConstant* FindBuiltinConstant(std::string_view name) {
+  return Lookup(kConstants, name);
+}
 
 }  // namespace tessel::vbs
