@@ -502,6 +502,14 @@ class ParserImpl {
         }
       }
       if (ResolveEnclosing(*name)) continue;
+      if (!ctx.proto && enclosing_ && enclosing_->owner) {
+        int index = enclosing_->owner->Find(name->lower);
+        if (index >= 0) {
+          name->scope = NameScope::ClassMember;
+          name->index = index;
+          continue;
+        }
+      }
       FinishDynamic(*name, ctx.proto);
       for (const auto& r : ctx.redimmed)
         if (r == name->lower) name->declaredByReDim = true;

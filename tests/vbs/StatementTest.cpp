@@ -272,3 +272,27 @@ TEST(VbsStatement, StringGrowthStopsWithOutOfMemory) {
 
 }  // namespace
 }  // namespace tessel::vbs::test
+
+namespace tessel::vbs::test {
+namespace {
+
+TEST(VbsStatement, EvalAndExecuteInsideAClassSeeItsMembers) {
+  Engine e;
+  e.AddCode(
+      "Class K\n"
+      "  Private mV\n"
+      "  Public Function Run() : mV = 20 : Execute \"mV = mV + 1\" : Run = Eval(\"mV * 2\") : End Function\n"
+      "End Class\n"
+      "Dim inst : Set inst = New K");
+  EXPECT_EQ(Typed(e, "inst.Run()"), "Integer:42");
+}
+
+TEST(VbsStatement, IndexingTheResultOfACall) {
+  Engine e;
+  EXPECT_EQ(Typed(e, "Split(\"a,b,c\", \",\")(2)"), "String:c");
+  e.AddCode("Function Pair() : Pair = Array(Array(1, 2), Array(3, 4)) : End Function");
+  EXPECT_EQ(Typed(e, "Pair()(1)(0)"), "Integer:3");
+}
+
+}  // namespace
+}  // namespace tessel::vbs::test
