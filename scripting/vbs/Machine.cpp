@@ -973,7 +973,13 @@ Variant Machine::CallIntrinsic(int id, const ExprList& args, Frame& f) {
   switch (id) {
     case kEval: {
       EnclosingScope scope{f.proto, f.me ? &f.me->Class() : nullptr};
-      ExprPtr expr = Parser::ParseExpression(argv[0].ToString(), &scope);
+      ExprPtr expr;
+      try {
+        expr = Parser::ParseExpression(argv[0].ToString(), &scope);
+      } catch (const ScriptError& e) {
+        // A syntax error in the text is a runtime error of this statement.
+        throw Error(e.number(), e.description(), e.source());
+      }
       EnterCall();
       ++depth_;
       struct Leave { int& d; ~Leave() { --d; } } leave{depth_};
@@ -983,7 +989,12 @@ Variant Machine::CallIntrinsic(int id, const ExprList& args, Frame& f) {
     case kExecuteGlobal: {
       const bool local = id == kExecute && f.proto;
       EnclosingScope scope{f.proto, f.me ? &f.me->Class() : nullptr};
-      std::shared_ptr<Code> code = Parser::ParseProgram(argv[0].ToString(), 1, local ? &scope : nullptr);
+      std::shared_ptr<Code> code;
+      try {
+        code = Parser::ParseProgram(argv[0].ToString(), 1, local ? &scope : nullptr);
+      } catch (const ScriptError& e) {
+        throw Error(e.number(), e.description(), e.source());
+      }
       EnterCall();
       ++depth_;
       struct Leave { int& d; ~Leave() { --d; } } leave{depth_};

@@ -217,6 +217,12 @@ TEST(VbsStatement, ExecuteExecuteGlobalEvalAndGetRef) {
   EXPECT_EQ(Typed(e, "f(4)"), "Integer:5");
   EXPECT_EQ(Typed(e, "Eval(\"1 + 1\")"), "Integer:2");
   EXPECT_EQ(EvalErrorOf(e, "GetRef(\"NoSuch\")"), 5);
+  // A syntax error inside the executed text is reported on the statement.
+  EXPECT_EQ(ErrorOf(e, "Dim ok\nExecute \"x = = 1\""), 1023);
+  EXPECT_EQ(e.Error().Line(), 2);
+  EXPECT_EQ(e.Error().Text(), "Execute \"x = = 1\"");
+  EXPECT_EQ(ErrorOf(e, "On Error Resume Next\nExecute \"x = = 1\"\nDim n : n = Err.Number"), 0);
+  EXPECT_EQ(Typed(e, "n"), "Long:1023");
 }
 
 TEST(VbsStatement, NamesAreCaseInsensitive) {
