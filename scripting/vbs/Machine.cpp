@@ -1013,8 +1013,18 @@ Variant Machine::CallIntrinsic(int id, const ExprList& args, Frame& f) {
       return Variant(argv[0].IsObject());
     case kTypeName:
       return Variant(argv[0].TypeName());
-    case kVarType:
-      return Variant::FromInteger(static_cast<int16_t>(argv[0].IsObject() ? 9 : argv[0].VarTypeNumber()));
+    case kVarType: {
+      // An object with a default property answers with that property's type.
+      int32_t type = argv[0].VarTypeNumber();
+      if (argv[0].IsObject() && argv[0].ObjectPtr()) {
+        try {
+          type = argv[0].Dereference().VarTypeNumber();
+        } catch (const Error&) {
+          type = 9;
+        }
+      }
+      return Variant::FromInteger(static_cast<int16_t>(type));
+    }
     case kIsArray:
       return Variant(argv[0].IsArray());
     case kLBound:

@@ -18,6 +18,10 @@ TEST(VbsIntrinsic, TypeNamesAndVarTypes) {
   EXPECT_EQ(Typed(e, "IsObject(nada) And Not IsObject(arr)"), "Boolean:True");
   EXPECT_EQ(Typed(e, "IsArray(arr) And Not IsArray(o)"), "Boolean:True");
   EXPECT_EQ(Typed(e, "TypeName(Err)"), "String:ErrObject");
+  // VarType of an object with a default property is that property's type.
+  e.AddCode("Class WithDefault : Public Default Property Get V() : V = \"s\" : End Property : End Class");
+  EXPECT_EQ(Typed(e, "VarType(New WithDefault)"), "Integer:8");
+  EXPECT_EQ(Typed(e, "VarType(o)"), "Integer:9");
 }
 
 TEST(VbsIntrinsic, ArrayBounds) {
