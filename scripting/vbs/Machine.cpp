@@ -310,7 +310,7 @@ void Machine::Run(const std::shared_ptr<Code>& code, Frame* enclosing) {
     e.code = code;
     e.host = nullptr;
   }
-  for (auto& [lower, name] : code->globals) {
+  for (const auto& [lower, name, line, column] : code->globals) {
     auto it = globals_.find(lower);
     if (it == globals_.end() || (it->second->kind != GlobalEntry::Variable &&
                                  it->second->kind != GlobalEntry::Constant &&

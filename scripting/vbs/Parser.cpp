@@ -73,11 +73,12 @@ class ParserImpl {
       ExpectEndOfStatement();
     }
     FinishScope(top, nullptr);
-    for (const auto& [lower, name] : code.globals) {
-      for (const auto& c : code.classes)
-        if (c->lower == lower) throw ScriptError(syntax::kNameRedefined, syntax::Message(syntax::kNameRedefined), 1, 1);
-      for (const auto& p : code.procedures)
-        if (p->lower == lower) throw ScriptError(syntax::kNameRedefined, syntax::Message(syntax::kNameRedefined), 1, 1);
+    for (const auto& g : code.globals) {
+      bool clash = false;
+      for (const auto& c : code.classes) clash = clash || c->lower == g.lower;
+      for (const auto& p : code.procedures) clash = clash || p->lower == g.lower;
+      if (clash)
+        throw ScriptError(syntax::kNameRedefined, syntax::Message(syntax::kNameRedefined), g.line, g.column);
     }
   }
 
@@ -226,7 +227,7 @@ class ParserImpl {
       name.scope = NameScope::Local;
       name.index = slot;
     } else {
-      code_->globals.emplace_back(name.lower, name.name);
+      code_->globals.push_back({name.lower, name.name, name.line, name.column});
       ctx_->pending.push_back(&name);
     }
   }
@@ -772,7 +773,7 @@ class ParserImpl {
       // of the name wins at run time (dynamic lookup).
       if (ctx_->proto) ctx_->redimmed.push_back(name->lower);
       ctx_->pending.push_back(name.get());
-      if (!ctx_->proto) code_->globals.emplace_back(name->lower, name->name);
+      if (!ctx_->proto) code_->globals.push_back({name->lower, name->name, name->line, name->column});
       Expect(TokenKind::LParen, syntax::kExpectedLParen);
       for (;;) {
         item.bounds.push_back(ParseExpr());

@@ -268,6 +268,8 @@ TEST(VbsStatement, LocalArraysAndExitProperty) {
   EXPECT_EQ(Typed(e, "qq.Items()(1)"), "String:y");
   EXPECT_EQ(Typed(e, "qq.Items(1)"), "String:y");
   EXPECT_EQ(ErrorOf(e, "Class Z : End Class\nDim z"), 1041);
+  EXPECT_EQ(e.Error().Line(), 2);
+  EXPECT_EQ(e.Error().Column(), 5);
 }
 
 TEST(VbsStatement, StringGrowthStopsWithOutOfMemory) {
