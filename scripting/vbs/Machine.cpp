@@ -22,6 +22,18 @@ namespace {
 
 constexpr int32_t kTickInterval = 4096;
 constexpr size_t kMaxStringBytes = 256u << 20;
+// Arrays stop at 16M elements (256 MB of Variants) for the same reason.
+constexpr int64_t kMaxArrayElements = int64_t{1} << 24;
+
+void CheckArraySize(const std::vector<Variant::Bound>& bounds) {
+  int64_t total = 1;
+  for (const auto& b : bounds) {
+    int64_t extent = int64_t{b.upper} - b.lower + 1;
+    if (extent < 0) ThrowRuntimeError(9);
+    total *= extent;
+    if (total > kMaxArrayElements) ThrowRuntimeError(7);
+  }
+}
 
 // The error the engine raises when a script runs past its time-out.
 constexpr int32_t kTimeoutNumber = static_cast<int32_t>(0x80004004);
@@ -178,6 +190,7 @@ Variant FixedArray(const std::vector<int32_t>& dims) {
   std::vector<Variant::Bound> bounds;
   bounds.reserve(dims.size());
   for (int32_t d : dims) bounds.push_back({0, d});
+  CheckArraySize(bounds);
   Variant v = Variant::NewArray(bounds);
   if (!dims.empty()) v.MutableArray().Lock();
   return v;
@@ -522,6 +535,7 @@ void Machine::ExecReDim(const ReDimStmt& s, Frame& f) {
     std::vector<Variant::Bound> bounds;
     bounds.reserve(item.bounds.size());
     for (const auto& b : item.bounds) bounds.push_back({0, IndexValue(Eval(*b, f))});
+    CheckArraySize(bounds);
     auto& name = static_cast<NameExpr&>(*item.target);
     Variant* var;
     if (name.scope == NameScope::Dynamic && !Resolve(name) && name.implicitSlot >= 0) {

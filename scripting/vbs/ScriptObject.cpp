@@ -12,8 +12,14 @@ ScriptObject::ScriptObject(std::shared_ptr<Machine*> machine, const ClassDef& cl
   for (const auto& m : cls.members) {
     if (m.kind == ClassMember::Field && m.isArray) {
       std::vector<Variant::Bound> bounds;
-      for (int32_t d : m.dims) bounds.push_back({0, d});
+      int64_t total = 1;
+      for (int32_t d : m.dims) {
+        bounds.push_back({0, d});
+        total *= int64_t{d} + 1;
+        if (total > (int64_t{1} << 24) || d < -1) ThrowRuntimeError(total > 0 ? 7 : 9);
+      }
       fields_[m.fieldIndex] = Variant::NewArray(bounds);
+      if (!m.dims.empty()) fields_[m.fieldIndex].MutableArray().Lock();
     }
   }
 }

@@ -171,6 +171,10 @@ TEST(VbsError, HugeStringRequestsRaiseOutOfMemory) {
   EXPECT_EQ(EvalErrorOf(e, "Space(1000000000)"), 7);
   EXPECT_EQ(EvalErrorOf(e, "String(1000000000, \"x\")"), 7);
   EXPECT_EQ(Typed(e, "Len(Space(10))"), "Long:10");
+  EXPECT_EQ(ErrorOf(e, "Dim a : ReDim a(1000000000)"), 7);
+  EXPECT_EQ(ErrorOf(e, "Dim b : ReDim b(100000, 100000)"), 7);
+  EXPECT_EQ(ErrorOf(e, "Dim c(1000000000)"), 7);
+  EXPECT_EQ(ErrorOf(e, "Dim ok : ReDim ok(-1)"), 0);
 }
 
 TEST(VbsError, DeeplyNestedExpressionIsASyntaxErrorNotACrash) {
