@@ -29,7 +29,9 @@ void BM_Lookup(benchmark::State& state) {
 }
 BENCHMARK(BM_Lookup);
 
-void BM_Left(benchmark::State& s) { RunBuiltin(s, "Left", {Variant("xyz-record-field"), Variant(2)}); }
+void BM_Left(benchmark::State& s) {
+  RunBuiltin(s, "Left", {Variant("xyz-record-field"), Variant(2)});
+}
 BENCHMARK(BM_Left);
 void BM_Mid(benchmark::State& s) {
   RunBuiltin(s, "Mid", {Variant("customer number 000123"), Variant(17), Variant(6)});
@@ -39,7 +41,9 @@ void BM_UCase(benchmark::State& s) { RunBuiltin(s, "UCase", {Variant("abc def gh
 BENCHMARK(BM_UCase);
 void BM_Trim(benchmark::State& s) { RunBuiltin(s, "Trim", {Variant("   padded value   ")}); }
 BENCHMARK(BM_Trim);
-void BM_InStr(benchmark::State& s) { RunBuiltin(s, "InStr", {Variant("key=value;other"), Variant(";")}); }
+void BM_InStr(benchmark::State& s) {
+  RunBuiltin(s, "InStr", {Variant("key=value;other"), Variant(";")});
+}
 BENCHMARK(BM_InStr);
 void BM_Replace(benchmark::State& s) {
   RunBuiltin(s, "Replace", {Variant("a,b,c,d,e,f"), Variant(","), Variant(";")});

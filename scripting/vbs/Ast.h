@@ -35,6 +35,7 @@ struct Expr {
   ExprKind kind;
   int line = 0;
   int column = 0;
+  int height = 1;  // longest path to a leaf, bounded by the parser
 };
 using ExprPtr = std::unique_ptr<Expr>;
 using ExprList = std::vector<ExprPtr>;
@@ -58,6 +59,7 @@ struct NameExpr : Expr {
   NameScope scope = NameScope::Dynamic;
   int index = -1;         // Local: frame slot; ClassMember: member index
   int implicitSlot = -1;  // Dynamic inside a procedure: slot for an implicit local
+  bool declaredByReDim = false;  // the procedure ReDims the name: no Option Explicit error
   GlobalEntry* cache = nullptr;
   uint32_t missGeneration = 0;  // engine generation of the last failed lookup
 };

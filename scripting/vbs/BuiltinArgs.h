@@ -11,6 +11,7 @@
 
 #include "core/RuntimeError.h"
 #include "core/Variant.h"
+#include "scripting/vbs/BuiltinCalendar.h"
 
 namespace tessel::vbs {
 
@@ -19,9 +20,7 @@ inline bool HasArg(const Variant* args, int argc, int index) {
 }
 
 // The value an argument stands for: objects give their default property.
-inline Variant ArgValue(const Variant& arg) {
-  return arg.IsObject() ? arg.Dereference() : arg;
-}
+inline Variant ArgValue(const Variant& arg) { return arg.IsObject() ? arg.Dereference() : arg; }
 
 // Optional integer argument (CLng rules) or its default.
 inline int32_t LongArg(const Variant* args, int argc, int index, int32_t fallback) {
@@ -42,5 +41,13 @@ inline bool TextCompareArg(const Variant* args, int argc, int index) {
 }
 
 [[noreturn]] inline void InvalidArgument() { ThrowRuntimeError(5); }
+
+// CDate of an argument, checked to lie in the calendar's range (a host may
+// hand in a Date serial that no script could make); 5 otherwise.
+inline double DateArg(const Variant& arg) {
+  double serial = arg.ToDate();
+  if (!calendar::InRange(serial)) ThrowRuntimeError(5);
+  return serial;
+}
 
 }  // namespace tessel::vbs

@@ -38,9 +38,7 @@ Variant Array(BuiltinContext&, const Variant* args, int argc) {
   return Variant::FromVector(std::move(elements));
 }
 
-Variant IsArray(BuiltinContext&, const Variant* args, int) {
-  return Variant(args[0].IsArray());
-}
+Variant IsArray(BuiltinContext&, const Variant* args, int) { return Variant(args[0].IsArray()); }
 
 Variant LBound(BuiltinContext&, const Variant* args, int argc) {
   Variant holder;

@@ -2,21 +2,11 @@
 
 #include <cmath>
 
+#include "core/DateTime.h"
+
 namespace tessel::vbs::calendar {
 
 namespace {
-
-// Days from 1970-01-01 (the classic civil-date algorithm over 400-year eras).
-int64_t UnixDays(int64_t y, int64_t m, int64_t d) noexcept {
-  y -= m <= 2;
-  int64_t era = (y >= 0 ? y : y - 399) / 400;
-  int64_t yoe = y - era * 400;
-  int64_t doy = (153 * (m + (m > 2 ? -3 : 9)) + 2) / 5 + d - 1;
-  int64_t doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
-  return era * 146097 + doe - 719468;
-}
-
-constexpr int64_t kEpochUnixDays = -25569;  // 1899-12-30
 
 int64_t FloorDiv(int64_t a, int64_t b) noexcept {
   int64_t q = a / b;
@@ -27,19 +17,14 @@ int64_t FloorDiv(int64_t a, int64_t b) noexcept {
 }  // namespace
 
 int64_t DaysFromCivil(int64_t year, int64_t month, int64_t day) noexcept {
-  return UnixDays(year, month, day) - kEpochUnixDays;
+  return DateTime::DaysFromCivil(year, month, day);
 }
 
 void CivilFromDays(int64_t days, int& year, int& month, int& day) noexcept {
-  int64_t z = days + kEpochUnixDays + 719468;
-  int64_t era = (z >= 0 ? z : z - 146096) / 146097;
-  int64_t doe = z - era * 146097;
-  int64_t yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
-  int64_t doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
-  int64_t mp = (5 * doy + 2) / 153;
-  day = static_cast<int>(doy - (153 * mp + 2) / 5 + 1);
-  month = static_cast<int>(mp < 10 ? mp + 3 : mp - 9);
-  year = static_cast<int>(yoe + era * 400 + (month <= 2));
+  DateParts p = DateTime::Split(DateTime::Combine(days, 0.0));
+  year = p.year;
+  month = p.month;
+  day = p.day;
 }
 
 int64_t SerialToSeconds(double serial) noexcept {
@@ -49,8 +34,7 @@ int64_t SerialToSeconds(double serial) noexcept {
 }
 
 double DayAndTimeToSerial(int64_t days, double timeOfDay) noexcept {
-  if (days >= 0) return static_cast<double>(days) + timeOfDay;
-  return static_cast<double>(days) - timeOfDay;
+  return DateTime::Combine(days, timeOfDay);
 }
 
 double SecondsToSerial(int64_t seconds) noexcept {
@@ -66,21 +50,9 @@ double SerialTime(double serial) noexcept {
   return static_cast<double>(s - FloorDiv(s, 86400) * 86400) / 86400.0;
 }
 
-DateParts SerialToParts(double serial) noexcept {
-  int64_t s = SerialToSeconds(serial);
-  int64_t days = FloorDiv(s, 86400);
-  int64_t rest = s - days * 86400;
-  DateParts p;
-  CivilFromDays(days, p.year, p.month, p.day);
-  p.hour = static_cast<int>(rest / 3600);
-  p.minute = static_cast<int>(rest / 60 % 60);
-  p.second = static_cast<int>(rest % 60);
-  return p;
-}
+DateParts SerialToParts(double serial) noexcept { return DateTime::Split(serial, true); }
 
-bool IsLeapYear(int year) noexcept {
-  return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
-}
+bool IsLeapYear(int year) noexcept { return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0; }
 
 int DaysInMonth(int year, int month) noexcept {
   static const int kDays[12] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
@@ -128,7 +100,8 @@ int WeekOfYear(int64_t days, int firstDayOfWeek, int firstWeekOfYear) noexcept {
 }
 
 bool InRange(double serial) noexcept {
-  return serial >= kMinSerial - 0.99999999 && serial <= kMaxSerial + 1e-9;
+  // NaN fails both comparisons.
+  return serial > kMinSerial - 1.0 && serial < kMaxSerial + 1e-6;
 }
 
 }  // namespace tessel::vbs::calendar

@@ -5,18 +5,21 @@
 // of day as the fraction. Before the epoch the fraction still counts forward
 // from midnight (-1.25 is 29 December 1899, 06:00), so serials are split into
 // day and time before any arithmetic. Times are resolved to whole seconds.
+// Civil-date conversions come from core/DateTime; what is added here is the
+// second-exact arithmetic, weekdays relative to any first day and week
+// numbering, which the date built-ins and formats need.
 #pragma once
 
 #include <cstdint>
 
+#include "core/DateTime.h"
+
 namespace tessel::vbs::calendar {
 
-struct DateParts {
-  int year = 1899, month = 12, day = 30;
-  int hour = 0, minute = 0, second = 0;
-};
+using DateParts = tessel::DateParts;
 
-// Day count relative to 30 December 1899 of a civil date, and back.
+// Day count relative to 30 December 1899 of a civil date (months and days
+// outside their ranges roll over), and back.
 int64_t DaysFromCivil(int64_t year, int64_t month, int64_t day) noexcept;
 void CivilFromDays(int64_t days, int& year, int& month, int& day) noexcept;
 
@@ -45,8 +48,8 @@ int DayOfYear(int64_t days) noexcept;
 int WeekOfYear(int64_t days, int firstDayOfWeek, int firstWeekOfYear) noexcept;
 
 // Range the script language accepts: years 100 to 9999.
-constexpr double kMinSerial = -657434.0;             // 1 January 100
-constexpr double kMaxSerial = 2958465.99998842592;   // 31 December 9999 23:59:59
+constexpr double kMinSerial = -657434.0;            // 1 January 100
+constexpr double kMaxSerial = 2958465.99998842592;  // 31 December 9999 23:59:59
 bool InRange(double serial) noexcept;
 
 }  // namespace tessel::vbs::calendar

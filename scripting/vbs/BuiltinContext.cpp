@@ -4,9 +4,7 @@
 
 namespace tessel::vbs {
 
-void BuiltinContext::Step() noexcept {
-  seed_ = (seed_ * 0x43FD43FDu + 0xC39EC3u) & 0xFFFFFFu;
-}
+void BuiltinContext::Step() noexcept { seed_ = (seed_ * 0x43FD43FDu + 0xC39EC3u) & 0xFFFFFFu; }
 
 float BuiltinContext::NextRandom(float number) noexcept {
   if (number < 0) {

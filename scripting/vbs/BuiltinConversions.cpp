@@ -84,7 +84,9 @@ Currency RoundCurrency(Currency value, int digits, DecimalRounding mode) {
     case DecimalRounding::Trunc:
       break;
   }
-  return Currency::FromRaw(q * factor);
+  int64_t rounded;
+  if (__builtin_mul_overflow(q, factor, &rounded)) ThrowRuntimeError(6);
+  return Currency::FromRaw(rounded);
 }
 
 enum class Whole { Fix, Int };
@@ -187,9 +189,11 @@ Variant RoundValue(const Variant& arg, int32_t digits) {
     case VarType::Date:
       return Variant::FromDate(RoundDouble(v.DateValue(), digits));
     case VarType::Currency:
-      return Variant::FromCurrency(RoundCurrency(v.CurrencyValue(), digits, DecimalRounding::HalfEven));
+      return Variant::FromCurrency(
+          RoundCurrency(v.CurrencyValue(), digits, DecimalRounding::HalfEven));
     case VarType::Decimal:
-      return Variant::FromDecimal(RoundDecimal(v.DecimalValue(), digits, DecimalRounding::HalfEven));
+      return Variant::FromDecimal(
+          RoundDecimal(v.DecimalValue(), digits, DecimalRounding::HalfEven));
     default:
       return Variant(RoundDouble(v.ToDouble(), digits));
   }
@@ -198,11 +202,15 @@ Variant RoundValue(const Variant& arg, int32_t digits) {
 namespace builtins {
 
 Variant CBool(BuiltinContext&, const Variant* args, int) { return Variant(args[0].ToBool()); }
-Variant CByte(BuiltinContext&, const Variant* args, int) { return Variant::FromByte(args[0].ToByte()); }
+Variant CByte(BuiltinContext&, const Variant* args, int) {
+  return Variant::FromByte(args[0].ToByte());
+}
 Variant CCur(BuiltinContext&, const Variant* args, int) {
   return Variant::FromCurrency(args[0].ToCurrency());
 }
-Variant CDate(BuiltinContext&, const Variant* args, int) { return Variant::FromDate(args[0].ToDate()); }
+Variant CDate(BuiltinContext&, const Variant* args, int) {
+  return Variant::FromDate(args[0].ToDate());
+}
 Variant CDbl(BuiltinContext&, const Variant* args, int) { return Variant(args[0].ToDouble()); }
 Variant CInt(BuiltinContext&, const Variant* args, int) {
   return Variant::FromInteger(args[0].ToInteger());

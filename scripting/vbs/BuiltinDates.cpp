@@ -80,7 +80,7 @@ int64_t FloorDiv(int64_t a, int64_t b) {
 Variant DatePartValue(const Variant& arg, int part) {
   Variant v = ArgValue(arg);
   if (v.IsNull()) return v;
-  calendar::DateParts p = calendar::SerialToParts(v.ToDate());
+  calendar::DateParts p = calendar::SerialToParts(DateArg(v));
   int values[6] = {p.year, p.month, p.day, p.hour, p.minute, p.second};
   return Variant::FromInteger(static_cast<int16_t>(values[part]));
 }
@@ -89,6 +89,8 @@ Variant DatePartValue(const Variant& arg, int part) {
 
 double AddToDate(std::string_view intervalText, double number, double serial) {
   Interval interval = ParseInterval(Variant(intervalText));
+  if (!std::isfinite(number)) ThrowRuntimeError(5);
+  if (!calendar::InRange(serial)) ThrowRuntimeError(5);
   double n = std::nearbyint(number);
   switch (interval) {
     case Interval::Year:
@@ -144,7 +146,7 @@ Variant DateAdd(BuiltinContext&, const Variant* args, int) {
   if (date.IsNull()) return date;
   std::string text = interval.IsNull() ? std::string() : interval.ToString();
   if (interval.IsNull()) ThrowRuntimeError(94);
-  return Variant::FromDate(AddToDate(text, number, date.ToDate()));
+  return Variant::FromDate(AddToDate(text, number, DateArg(date)));
 }
 
 Variant DateDiff(BuiltinContext&, const Variant* args, int argc) {
@@ -154,7 +156,7 @@ Variant DateDiff(BuiltinContext&, const Variant* args, int argc) {
   Variant a = ArgValue(args[1]);
   Variant b = ArgValue(args[2]);
   if (a.IsNull() || b.IsNull()) return Variant::Null();
-  double d1 = a.ToDate(), d2 = b.ToDate();
+  double d1 = DateArg(a), d2 = DateArg(b);
   int64_t s1 = calendar::SerialToSeconds(d1), s2 = calendar::SerialToSeconds(d2);
   int64_t day1 = FloorDiv(s1, 86400), day2 = FloorDiv(s2, 86400);
   calendar::DateParts p1 = calendar::SerialToParts(d1), p2 = calendar::SerialToParts(d2);
@@ -199,21 +201,41 @@ Variant DatePart(BuiltinContext&, const Variant* args, int argc) {
   int firstWeek = FirstWeekOfYearArg(args, argc, 3);
   Variant date = ArgValue(args[1]);
   if (date.IsNull()) return date;
-  double serial = date.ToDate();
+  double serial = DateArg(date);
   calendar::DateParts p = calendar::SerialToParts(serial);
   int64_t days = calendar::SerialDay(serial);
   int result = 0;
   switch (interval) {
-    case Interval::Year: result = p.year; break;
-    case Interval::Quarter: result = (p.month - 1) / 3 + 1; break;
-    case Interval::Month: result = p.month; break;
-    case Interval::DayOfYear: result = calendar::DayOfYear(days); break;
-    case Interval::Day: result = p.day; break;
-    case Interval::Weekday: result = calendar::Weekday(days, firstDay); break;
-    case Interval::Week: result = calendar::WeekOfYear(days, firstDay, firstWeek); break;
-    case Interval::Hour: result = p.hour; break;
-    case Interval::Minute: result = p.minute; break;
-    case Interval::Second: result = p.second; break;
+    case Interval::Year:
+      result = p.year;
+      break;
+    case Interval::Quarter:
+      result = (p.month - 1) / 3 + 1;
+      break;
+    case Interval::Month:
+      result = p.month;
+      break;
+    case Interval::DayOfYear:
+      result = calendar::DayOfYear(days);
+      break;
+    case Interval::Day:
+      result = p.day;
+      break;
+    case Interval::Weekday:
+      result = calendar::Weekday(days, firstDay);
+      break;
+    case Interval::Week:
+      result = calendar::WeekOfYear(days, firstDay, firstWeek);
+      break;
+    case Interval::Hour:
+      result = p.hour;
+      break;
+    case Interval::Minute:
+      result = p.minute;
+      break;
+    case Interval::Second:
+      result = p.second;
+      break;
   }
   return Variant::FromInteger(static_cast<int16_t>(result));
 }
@@ -231,21 +253,21 @@ Variant DateSerial(BuiltinContext&, const Variant* args, int) {
 }
 
 Variant TimeSerial(BuiltinContext&, const Variant* args, int) {
-  int64_t seconds = int64_t{args[0].ToInteger()} * 3600 + int64_t{args[1].ToInteger()} * 60 +
-                    args[2].ToInteger();
+  int64_t seconds =
+      int64_t{args[0].ToInteger()} * 3600 + int64_t{args[1].ToInteger()} * 60 + args[2].ToInteger();
   return Variant::FromDate(CheckedDate(calendar::SecondsToSerial(seconds)));
 }
 
 Variant DateValue(BuiltinContext&, const Variant* args, int) {
   Variant v = ArgValue(args[0]);
   if (v.IsNull()) return v;
-  return Variant::FromDate(static_cast<double>(calendar::SerialDay(v.ToDate())));
+  return Variant::FromDate(static_cast<double>(calendar::SerialDay(DateArg(v))));
 }
 
 Variant TimeValue(BuiltinContext&, const Variant* args, int) {
   Variant v = ArgValue(args[0]);
   if (v.IsNull()) return v;
-  return Variant::FromDate(calendar::SerialTime(v.ToDate()));
+  return Variant::FromDate(calendar::SerialTime(DateArg(v)));
 }
 
 Variant Year(BuiltinContext&, const Variant* args, int) { return DatePartValue(args[0], 0); }
@@ -260,7 +282,7 @@ Variant Weekday(BuiltinContext&, const Variant* args, int argc) {
   Variant v = ArgValue(args[0]);
   if (v.IsNull()) return v;
   return Variant::FromInteger(
-      static_cast<int16_t>(calendar::Weekday(calendar::SerialDay(v.ToDate()), firstDay)));
+      static_cast<int16_t>(calendar::Weekday(calendar::SerialDay(DateArg(v)), firstDay)));
 }
 
 Variant WeekdayName(BuiltinContext&, const Variant* args, int argc) {

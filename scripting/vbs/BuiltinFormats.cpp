@@ -101,7 +101,7 @@ Variant FormatDateTime(BuiltinContext&, const Variant* args, int argc) {
   if (kind < 0 || kind > 4) ThrowRuntimeError(5);
   Variant v = ArgValue(args[0]);
   if (v.IsNull()) ThrowRuntimeError(94);
-  double serial = v.ToDate();
+  double serial = DateArg(v);
   switch (kind) {
     case 1:
       return Variant(LongDateText(serial));

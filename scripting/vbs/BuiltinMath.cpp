@@ -86,7 +86,8 @@ Variant Sgn(BuiltinContext&, const Variant* args, int) {
   if (v.IsEmpty()) return Variant::FromInteger(0);
   if (v.IsString()) v = Variant(v.ToDouble());
   CompareResult c = Compare(v, Variant::FromInteger(0));
-  return Variant::FromInteger(static_cast<int16_t>(c == CompareResult::Less ? -1 : (c == CompareResult::Equal ? 0 : 1)));
+  return Variant::FromInteger(
+      static_cast<int16_t>(c == CompareResult::Less ? -1 : (c == CompareResult::Equal ? 0 : 1)));
 }
 
 Variant Rnd(BuiltinContext& context, const Variant* args, int argc) {
@@ -95,8 +96,9 @@ Variant Rnd(BuiltinContext& context, const Variant* args, int argc) {
 }
 
 Variant Randomize(BuiltinContext& context, const Variant* args, int argc) {
-  double seed = HasArg(args, argc, 0) ? args[0].ToDouble()
-                                      : static_cast<double>(static_cast<float>(SecondsSinceMidnight()));
+  double seed = HasArg(args, argc, 0)
+                    ? args[0].ToDouble()
+                    : static_cast<double>(static_cast<float>(SecondsSinceMidnight()));
   context.Randomize(seed);
   return Variant();
 }

@@ -72,8 +72,8 @@ Variant TrimImpl(const Variant* args, TrimSide side) {
 }
 
 bool IsUnescaped(char16_t c) {
-  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') ||
-         c == '@' || c == '*' || c == '_' || c == '+' || c == '-' || c == '.' || c == '/';
+  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '@' ||
+         c == '*' || c == '_' || c == '+' || c == '-' || c == '.' || c == '/';
 }
 
 int HexValue(char16_t c) {

@@ -13,7 +13,8 @@ namespace tessel::vbs {
 
 class BuiltinContext;
 
-#define TESSEL_VBS_BUILTIN(name) Variant name(BuiltinContext& context, const Variant* args, int argc)
+#define TESSEL_VBS_BUILTIN(name) \
+  Variant name(BuiltinContext& context, const Variant* args, int argc)
 
 namespace builtins {
 TESSEL_VBS_BUILTIN(Len);

@@ -240,8 +240,12 @@ const T* Lookup(const T (&table)[N], std::string_view name) {
 
 }  // namespace
 
-const BuiltinFunction* FindBuiltinFunction(std::string_view name) { return Lookup(kFunctions, name); }
+const BuiltinFunction* FindBuiltinFunction(std::string_view name) {
+  return Lookup(kFunctions, name);
+}
 
-const BuiltinConstant* FindBuiltinConstant(std::string_view name) { return Lookup(kConstants, name); }
+const BuiltinConstant* FindBuiltinConstant(std::string_view name) {
+  return Lookup(kConstants, name);
+}
 
 }  // namespace tessel::vbs

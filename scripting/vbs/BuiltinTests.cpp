@@ -8,7 +8,9 @@ namespace {
 constexpr int32_t kUnitedStates = 1033;
 }
 
-Variant IsDate(BuiltinContext&, const Variant* args, int) { return Variant(tessel::IsDate(args[0])); }
+Variant IsDate(BuiltinContext&, const Variant* args, int) {
+  return Variant(tessel::IsDate(args[0]));
+}
 Variant IsEmpty(BuiltinContext&, const Variant* args, int) { return Variant(args[0].IsEmpty()); }
 Variant IsNull(BuiltinContext&, const Variant* args, int) { return Variant(args[0].IsNull()); }
 Variant IsNumeric(BuiltinContext&, const Variant* args, int) {
@@ -22,7 +24,8 @@ Variant VarType(BuiltinContext&, const Variant* args, int) {
     // An object reports the subtype of its default value when it has one.
     try {
       Variant value = v.Dereference();
-      if (!value.IsObject()) return Variant::FromInteger(static_cast<int16_t>(value.VarTypeNumber()));
+      if (!value.IsObject())
+        return Variant::FromInteger(static_cast<int16_t>(value.VarTypeNumber()));
     } catch (const Error&) {
     }
     return Variant::FromInteger(static_cast<int16_t>(tessel::VarType::Object));
@@ -33,8 +36,12 @@ Variant VarType(BuiltinContext&, const Variant* args, int) {
 Variant TypeName(BuiltinContext&, const Variant* args, int) { return Variant(args[0].TypeName()); }
 
 Variant ScriptEngine(BuiltinContext&, const Variant*, int) { return Variant("VBScript"); }
-Variant ScriptEngineMajorVersion(BuiltinContext&, const Variant*, int) { return Variant(int32_t{5}); }
-Variant ScriptEngineMinorVersion(BuiltinContext&, const Variant*, int) { return Variant(int32_t{8}); }
+Variant ScriptEngineMajorVersion(BuiltinContext&, const Variant*, int) {
+  return Variant(int32_t{5});
+}
+Variant ScriptEngineMinorVersion(BuiltinContext&, const Variant*, int) {
+  return Variant(int32_t{8});
+}
 Variant ScriptEngineBuildVersion(BuiltinContext&, const Variant*, int) {
   return Variant(int32_t{16384});
 }
@@ -49,7 +56,8 @@ Variant SetLocale(BuiltinContext&, const Variant* args, int argc) {
     if (v.IsString()) {
       std::string name(v.StringValue());
       for (char& c : name) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-      if (!name.empty() && name != "en-us" && name != "english" && name != "english-us") InvalidArgument();
+      if (!name.empty() && name != "en-us" && name != "english" && name != "english-us")
+        InvalidArgument();
     } else {
       int32_t id = v.ToLong();
       if (id != 0 && id != kUnitedStates) InvalidArgument();

@@ -80,12 +80,13 @@ void CheckReplaceSize(const Str& hay, const Str& needle, size_t withSize, int64_
                       size_t unitBytes) {
   if (withSize <= needle.size()) return;
   size_t hits = 0;
-  for (size_t pos = hay.find(needle); pos != Str::npos && (count < 0 || static_cast<int64_t>(hits) < count);
+  for (size_t pos = hay.find(needle);
+       pos != Str::npos && (count < 0 || static_cast<int64_t>(hits) < count);
        pos = hay.find(needle, pos + needle.size())) {
     ++hits;
   }
-  double total = (static_cast<double>(hay.size()) + static_cast<double>(hits) *
-                                                       static_cast<double>(withSize - needle.size())) *
+  double total = (static_cast<double>(hay.size()) +
+                  static_cast<double>(hits) * static_cast<double>(withSize - needle.size())) *
                  static_cast<double>(unitBytes);
   if (total > static_cast<double>(kMaxResultBytes)) ThrowRuntimeError(7);
 }
@@ -143,10 +144,10 @@ int64_t FindLastUnits(const Str& hay, const Str& needle, int64_t end) {
   return pos == Str::npos ? -1 : static_cast<int64_t>(pos);
 }
 
-const char16_t kAnsiHigh[32] = {
-    0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
-    0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
-    0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
+const char16_t kAnsiHigh[32] = {0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021,
+                                0x02C6, 0x2030, 0x0160, 0x2039, 0x0152, 0x008D, 0x017D, 0x008F,
+                                0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014,
+                                0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
 
 }  // namespace
 
@@ -213,8 +214,9 @@ std::string Substring(std::string_view s, int64_t start, int64_t count) {
   if (count <= 0) return {};
   if (IsAscii(s)) {
     if (static_cast<uint64_t>(start) >= s.size()) return {};
-    return std::string(s.substr(static_cast<size_t>(start), static_cast<size_t>(std::min<int64_t>(
-                                                                count, static_cast<int64_t>(s.size())))));
+    return std::string(
+        s.substr(static_cast<size_t>(start),
+                 static_cast<size_t>(std::min<int64_t>(count, static_cast<int64_t>(s.size())))));
   }
   std::u16string u = ToUtf16(s);
   if (static_cast<uint64_t>(start) >= u.size()) return {};
@@ -224,11 +226,13 @@ std::string Substring(std::string_view s, int64_t start, int64_t count) {
 }
 
 std::string ToUpper(std::string_view s) {
-  return MapCase(s, [](UChar32 c) { return u_toupper(c); }, true);
+  return MapCase(
+      s, [](UChar32 c) { return u_toupper(c); }, true);
 }
 
 std::string ToLower(std::string_view s) {
-  return MapCase(s, [](UChar32 c) { return u_tolower(c); }, false);
+  return MapCase(
+      s, [](UChar32 c) { return u_tolower(c); }, false);
 }
 
 int Compare(std::string_view a, std::string_view b, bool textCompare) {
@@ -277,8 +281,8 @@ int64_t FindLast(std::string_view haystack, std::string_view needle, int64_t end
   return FindLastUnits(h, n, end);
 }
 
-std::string Replace(std::string_view s, std::string_view find, std::string_view with,
-                    int64_t start, int64_t count, bool textCompare) {
+std::string Replace(std::string_view s, std::string_view find, std::string_view with, int64_t start,
+                    int64_t count, bool textCompare) {
   bool ascii = IsAscii(s) && IsAscii(find);
   if (ascii) {
     if (static_cast<uint64_t>(start) >= s.size()) return {};

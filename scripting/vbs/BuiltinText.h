@@ -37,19 +37,17 @@ std::string ToLower(std::string_view s);
 int Compare(std::string_view a, std::string_view b, bool textCompare);
 
 // Unit index of the first occurrence of needle at or after start, or -1.
-int64_t Find(std::string_view haystack, std::string_view needle, int64_t start,
-             bool textCompare);
+int64_t Find(std::string_view haystack, std::string_view needle, int64_t start, bool textCompare);
 
 // Unit index of the last occurrence of needle that ends at or before end
 // (exclusive unit bound), or -1.
-int64_t FindLast(std::string_view haystack, std::string_view needle, int64_t end,
-                 bool textCompare);
+int64_t FindLast(std::string_view haystack, std::string_view needle, int64_t end, bool textCompare);
 
 // Replaces up to count (-1: all) occurrences of find in s, scanning from unit
 // start; the result starts at start, as the built-in Replace does. A result
 // beyond 1 GB raises 7 "Out of memory".
-std::string Replace(std::string_view s, std::string_view find, std::string_view with,
-                    int64_t start, int64_t count, bool textCompare);
+std::string Replace(std::string_view s, std::string_view find, std::string_view with, int64_t start,
+                    int64_t count, bool textCompare);
 
 std::string Reverse(std::string_view s);
 

@@ -29,9 +29,14 @@ struct Code : std::enable_shared_from_this<Code> {
   std::vector<std::unique_ptr<FunctionProto>> procedures;  // global ones
   std::vector<std::unique_ptr<FunctionProto>> methods;     // members of classes
   std::vector<std::unique_ptr<ClassDef>> classes;
-  // Names declared at top level with Dim/Public/Private/Const, lowercase and
-  // as written.
-  std::vector<std::pair<std::string, std::string>> globals;
+  // Names declared at top level with Dim/Public/Private/Const/ReDim.
+  struct GlobalName {
+    std::string lower;
+    std::string name;
+    int line = 0;
+    int column = 0;
+  };
+  std::vector<GlobalName> globals;
 
   // The text of source line `line` (numbered from firstLine); empty when out
   // of range.

@@ -18,14 +18,16 @@ constexpr int32_t kElementNotFound = 32811;
 }
 
 constexpr BuiltinMember kMembers[] = {
-    {"Item", Dictionary::kItem},       {"Add", Dictionary::kAdd},
-    {"Exists", Dictionary::kExists},   {"Key", Dictionary::kKey},
-    {"Items", Dictionary::kItems},     {"Keys", Dictionary::kKeys},
-    {"Remove", Dictionary::kRemove},   {"RemoveAll", Dictionary::kRemoveAll},
-    {"Count", Dictionary::kCount},     {"CompareMode", Dictionary::kCompareMode},
+    {"Item", Dictionary::kItem},     {"Add", Dictionary::kAdd},
+    {"Exists", Dictionary::kExists}, {"Key", Dictionary::kKey},
+    {"Items", Dictionary::kItems},   {"Keys", Dictionary::kKeys},
+    {"Remove", Dictionary::kRemove}, {"RemoveAll", Dictionary::kRemoveAll},
+    {"Count", Dictionary::kCount},   {"CompareMode", Dictionary::kCompareMode},
 };
 
-bool IsGet(InvokeKind kind) { return kind == InvokeKind::Method || kind == InvokeKind::PropertyGet; }
+bool IsGet(InvokeKind kind) {
+  return kind == InvokeKind::Method || kind == InvokeKind::PropertyGet;
+}
 
 }  // namespace
 
@@ -56,7 +58,8 @@ Dictionary::KeyId Dictionary::IdOf(const Variant& key) const {
       break;
     case VarType::String:
       id.kind = 3;
-      id.text = compareMode_ == 0 ? std::string(key.StringValue()) : text::ToLower(key.StringValue());
+      id.text =
+          compareMode_ == 0 ? std::string(key.StringValue()) : text::ToLower(key.StringValue());
       break;
     case VarType::Object:
       id.kind = 4;

@@ -9,9 +9,9 @@ namespace tessel::vbs {
 
 namespace {
 
-constexpr std::string_view kMonths[12] = {"January", "February", "March",     "April",
-                                          "May",     "June",     "July",      "August",
-                                          "September", "October", "November", "December"};
+constexpr std::string_view kMonths[12] = {"January",   "February", "March",    "April",
+                                          "May",       "June",     "July",     "August",
+                                          "September", "October",  "November", "December"};
 constexpr std::string_view kWeekdays[7] = {"Sunday",   "Monday", "Tuesday", "Wednesday",
                                            "Thursday", "Friday", "Saturday"};
 
@@ -26,7 +26,8 @@ int Hour12(int hour) { return hour % 12 == 0 ? 12 : hour % 12; }
 bool StartsWithNoCase(std::string_view s, size_t i, std::string_view word) {
   if (s.size() - i < word.size()) return false;
   for (size_t k = 0; k < word.size(); ++k) {
-    if (std::tolower(static_cast<unsigned char>(s[i + k])) != std::tolower(static_cast<unsigned char>(word[k])))
+    if (std::tolower(static_cast<unsigned char>(s[i + k])) !=
+        std::tolower(static_cast<unsigned char>(word[k])))
       return false;
   }
   return true;
@@ -141,8 +142,8 @@ bool HasDatePlaceholders(std::string_view p) {
       i = end;
     } else if (c == '\\') {
       ++i;
-    } else if (c == 'd' || c == 'm' || c == 'y' || c == 'h' || c == 'n' || c == 's' ||
-               c == 'w' || c == 'q' || c == 'c' || c == 't') {
+    } else if (c == 'd' || c == 'm' || c == 'y' || c == 'h' || c == 'n' || c == 's' || c == 'w' ||
+               c == 'q' || c == 'c' || c == 't') {
       return true;
     }
   }

@@ -10,10 +10,10 @@
 
 namespace tessel::vbs {
 
-std::string ShortDateText(double serial);    // 2/28/2024
-std::string LongDateText(double serial);     // Wednesday, February 28, 2024
-std::string LongTimeText(double serial);     // 1:02:03 PM
-std::string ShortTimeText(double serial);    // 13:02
+std::string ShortDateText(double serial);  // 2/28/2024
+std::string LongDateText(double serial);   // Wednesday, February 28, 2024
+std::string LongTimeText(double serial);   // 1:02:03 PM
+std::string ShortTimeText(double serial);  // 13:02
 // Date, time or both as the value holds them: "2/28/2024 1:02:03 PM".
 std::string GeneralDateText(double serial);
 

@@ -124,7 +124,7 @@ std::string FixedText(FormatDigits d, int fractionDigits, bool leadingDigit, boo
   std::string integer = d.IntegerDigits();
   std::string out;
   if (integer.empty()) {
-    if (leadingDigit || fractionDigits == 0) out = "0";
+    if (leadingDigit || fractionDigits == 0) out.assign(1, '0');
   } else {
     out = group ? GroupThousands(integer) : integer;
   }

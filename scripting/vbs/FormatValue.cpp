@@ -19,7 +19,8 @@ namespace {
 bool EqualsNoCase(std::string_view a, std::string_view b) {
   if (a.size() != b.size()) return false;
   for (size_t i = 0; i < a.size(); ++i) {
-    if (std::tolower(static_cast<unsigned char>(a[i])) != std::tolower(static_cast<unsigned char>(b[i])))
+    if (std::tolower(static_cast<unsigned char>(a[i])) !=
+        std::tolower(static_cast<unsigned char>(b[i])))
       return false;
   }
   return true;
@@ -65,8 +66,8 @@ enum class TokenKind { Zero, Hash, Point, Literal, Percent, Exponent };
 
 struct Token {
   TokenKind kind;
-  std::string text;          // Literal text; Exponent: "E+", "e-", ...
-  int exponentDigits = 0;    // Exponent: count of 0 placeholders after it
+  std::string text;        // Literal text; Exponent: "E+", "e-", ...
+  int exponentDigits = 0;  // Exponent: count of 0 placeholders after it
 };
 
 struct NumberPattern {
@@ -106,8 +107,7 @@ NumberPattern ParseNumberPattern(std::string_view p) {
       } else if (!point && seenDigit) {
         size_t k = i;
         while (k < p.size() && p[k] == ',') ++k;
-        bool beforePointOrEnd = k == p.size() || p[k] == '.' ||
-                                !(p[k] == '0' || p[k] == '#');
+        bool beforePointOrEnd = k == p.size() || p[k] == '.' || !(p[k] == '0' || p[k] == '#');
         if (beforePointOrEnd) {
           np.scale += static_cast<int>(k - i);
           i = k - 1;
@@ -266,7 +266,8 @@ bool IsNumberLike(const Variant& v) {
 Variant FormatNumberPattern(const Variant& v, std::string_view pattern) {
   std::vector<std::string_view> sections = Sections(pattern);
   if (v.IsNull()) {
-    if (sections.size() >= 4) return Variant(FormatNumberSection(FormatDigits{}, ParseNumberPattern(sections[3])));
+    if (sections.size() >= 4)
+      return Variant(FormatNumberSection(FormatDigits{}, ParseNumberPattern(sections[3])));
     return Variant::Null();
   }
   if (!IsNumberLike(v)) return v.ToStringVariant();
@@ -289,7 +290,7 @@ Variant FormatNumberPattern(const Variant& v, std::string_view pattern) {
     FormatDigits check = d;
     if (!check.IsZero()) check.exponent += 2 * np.percents - 3 * np.scale;
     if (!np.scientific) check.RoundToFraction(np.fractionPlaces);
-    if (!check.IsZero()) body.insert(0, "-");
+    if (!check.IsZero()) body.insert(body.begin(), '-');
   }
   return Variant(std::move(body));
 }
@@ -375,7 +376,7 @@ bool DateSerialOf(const Variant& v, double& serial) {
   switch (v.Type()) {
     case VarType::Date:
       serial = v.DateValue();
-      return true;
+      return DateTime::IsValid(serial);
     case VarType::String: {
       if (auto number = ParseNumericText(v.StringValue())) {
         serial = *number;
@@ -428,8 +429,8 @@ Variant NamedFormat(const Variant& v, std::string_view name, bool& known) {
     if (!IsNumberLike(v)) return v.ToStringVariant();
     return Variant(NumberDigits(v).IsZero() ? nb.no : nb.yes);
   }
-  static const std::string_view kNumbers[] = {"General Number", "Currency", "Fixed", "Standard",
-                                              "Percent", "Scientific"};
+  static const std::string_view kNumbers[] = {"General Number", "Currency", "Fixed",
+                                              "Standard",       "Percent",  "Scientific"};
   for (size_t k = 0; k < std::size(kNumbers); ++k) {
     if (!EqualsNoCase(name, kNumbers[k])) continue;
     if (v.IsNull()) return Variant::Null();
@@ -481,7 +482,8 @@ Variant FormatValue(const Variant& value, std::string_view pattern, int firstDay
     if (v.IsNull()) return v;
     double serial;
     if (!DateSerialOf(v, serial)) return v.ToStringVariant();
-    return Variant(FormatDatePattern(serial, Sections(pattern)[0], firstDayOfWeek, firstWeekOfYear));
+    return Variant(
+        FormatDatePattern(serial, Sections(pattern)[0], firstDayOfWeek, firstWeekOfYear));
   }
   if (HasAny(pattern, "@&<>!")) return FormatTextPattern(v, pattern);
   return FormatNumberPattern(v, pattern);

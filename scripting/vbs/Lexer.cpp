@@ -1,10 +1,12 @@
 #include "scripting/vbs/Lexer.h"
 
 #include <cctype>
+#include <charconv>
 #include <cmath>
 #include <cstdlib>
 #include <string>
 
+#include "core/DateTime.h"
 #include "scripting/vbs/ScriptError.h"
 
 namespace tessel::vbs {
@@ -36,11 +38,10 @@ constexpr KeywordEntry kKeywords[] = {
     {"while", Keyword::While},     {"with", Keyword::With},       {"xor", Keyword::Xor},
 };
 
-bool IsIdentStart(char c) { return std::isalpha(static_cast<unsigned char>(c)) != 0; }
-bool IsIdentChar(char c) {
-  return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_';
-}
-char Lower(char c) { return static_cast<char>(std::tolower(static_cast<unsigned char>(c))); }
+// ASCII only: names are ASCII, and the C locale functions cost a call each.
+inline bool IsIdentStart(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+inline bool IsIdentChar(char c) { return IsIdentStart(c) || (c >= '0' && c <= '9') || c == '_'; }
+inline char Lower(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c + 32) : c; }
 
 bool EqualsNoCase(std::string_view a, std::string_view b) {
   if (a.size() != b.size()) return false;
@@ -89,8 +90,10 @@ bool Token::IsWord(std::string_view word) const {
 Keyword Lexer::LookupKeyword(std::string_view word) {
   if (word.size() < 2 || word.size() > 8) return Keyword::None;
   const char first = Lower(word[0]);
-  for (const auto& entry : kKeywords) {
-    if (entry.name[0] == first && EqualsNoCase(entry.name, word)) return entry.keyword;
+  for (const auto& entry : kKeywords) {  // alphabetical
+    if (entry.name[0] < first) continue;
+    if (entry.name[0] > first) break;
+    if (EqualsNoCase(entry.name, word)) return entry.keyword;
   }
   return Keyword::None;
 }
@@ -339,9 +342,12 @@ void Lexer::LexNumber(Token& t) {
       return;
     }
   }
-  std::string buffer(t.source);
   t.kind = TokenKind::Double;
-  t.number = std::strtod(buffer.c_str(), nullptr);
+  auto [end, ec] = std::from_chars(t.source.data(), t.source.data() + t.source.size(), t.number);
+  if (ec != std::errc()) {
+    std::string buffer(t.source);
+    t.number = std::strtod(buffer.c_str(), nullptr);
+  }
   if (!std::isfinite(t.number)) Fail(syntax::kInvalidNumber, line_, t.column);
 }
 
@@ -406,8 +412,13 @@ void Lexer::LexDate(Token& t) {
   while (p < src_.size() && src_[p] != '#' && src_[p] != '\r' && src_[p] != '\n') ++p;
   if (p >= src_.size() || src_[p] != '#') Fail(syntax::kSyntaxError, line_, t.column);
   double serial = 0;
-  if (!ParseDateLiteral(src_.substr(start + 1, p - start - 1), serial))
-    Fail(syntax::kSyntaxError, line_, t.column);
+  std::string_view inside = src_.substr(start + 1, p - start - 1);
+  if (!ParseDateLiteral(inside, serial)) {
+    // Month names and the other forms dates may be written in.
+    std::optional<double> parsed = DateTime::Parse(inside);
+    if (!parsed) Fail(syntax::kSyntaxError, line_, t.column);
+    serial = *parsed;
+  }
   pos_ = p + 1;
   t.kind = TokenKind::Date;
   t.number = serial;

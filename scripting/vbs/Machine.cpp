@@ -21,6 +21,19 @@ namespace tessel::vbs {
 namespace {
 
 constexpr int32_t kTickInterval = 4096;
+constexpr size_t kMaxStringBytes = 256u << 20;
+// Arrays stop at 16M elements (256 MB of Variants) for the same reason.
+constexpr int64_t kMaxArrayElements = int64_t{1} << 24;
+
+void CheckArraySize(const std::vector<Variant::Bound>& bounds) {
+  int64_t total = 1;
+  for (const auto& b : bounds) {
+    int64_t extent = int64_t{b.upper} - b.lower + 1;
+    if (extent < 0) ThrowRuntimeError(9);
+    total *= extent;
+    if (total > kMaxArrayElements) ThrowRuntimeError(7);
+  }
+}
 
 // The error the engine raises when a script runs past its time-out.
 constexpr int32_t kTimeoutNumber = static_cast<int32_t>(0x80004004);
@@ -177,6 +190,7 @@ Variant FixedArray(const std::vector<int32_t>& dims) {
   std::vector<Variant::Bound> bounds;
   bounds.reserve(dims.size());
   for (int32_t d : dims) bounds.push_back({0, d});
+  CheckArraySize(bounds);
   Variant v = Variant::NewArray(bounds);
   if (!dims.empty()) v.MutableArray().Lock();
   return v;
@@ -186,15 +200,16 @@ Variant FixedArray(const std::vector<int32_t>& dims) {
 
 // --- setup ----------------------------------------------------------------------
 
-Machine::Machine() : err_(MakeRef<ErrObject>()) {}
+Machine::Machine() : handle_(std::make_shared<Machine*>(this)), err_(MakeRef<ErrObject>()) {}
 
 Machine::~Machine() {
   // Release script objects while the machine can still run their
-  // Class_Terminate.
+  // Class_Terminate; objects the host still holds lose their machine.
   aborting_ = false;
   for (auto& [name, entry] : globals_) entry->value = Variant();
   memberObjects_.clear();
   globals_.clear();
+  *handle_ = nullptr;
 }
 
 void Machine::AddObject(const std::string& name, Ref<Object> object, bool addMembers) {
@@ -308,7 +323,7 @@ void Machine::Run(const std::shared_ptr<Code>& code, Frame* enclosing) {
     e.code = code;
     e.host = nullptr;
   }
-  for (auto& [lower, name] : code->globals) {
+  for (const auto& [lower, name, line, column] : code->globals) {
     auto it = globals_.find(lower);
     if (it == globals_.end() || (it->second->kind != GlobalEntry::Variable &&
                                  it->second->kind != GlobalEntry::Constant &&
@@ -434,7 +449,22 @@ Machine::Flow Machine::Exec(const Stmt& s, Frame& f) {
     case StmtKind::If: {
       const auto& st = static_cast<const IfStmt&>(s);
       for (size_t i = 0; i < st.conditions.size(); ++i) {
-        if (Truth(Eval(*st.conditions[i], f))) return ExecBlock(st.blocks[i], f);
+        bool taken;
+        if (!f.resumeNext) {
+          taken = Truth(Eval(*st.conditions[i], f));
+        } else {
+          // Under On Error Resume Next a failing condition resumes with the
+          // next statement, which is the first one of its branch.
+          try {
+            taken = Truth(Eval(*st.conditions[i], f));
+          } catch (const Error& e) {
+            if (aborting_) throw;
+            err_->Set(e);
+            errorNoted_ = false;
+            taken = true;
+          }
+        }
+        if (taken) return ExecBlock(st.blocks[i], f);
       }
       return ExecBlock(st.elseBlock, f);
     }
@@ -505,7 +535,19 @@ void Machine::ExecReDim(const ReDimStmt& s, Frame& f) {
     std::vector<Variant::Bound> bounds;
     bounds.reserve(item.bounds.size());
     for (const auto& b : item.bounds) bounds.push_back({0, IndexValue(Eval(*b, f))});
-    Variant* var = VariableRef(static_cast<NameExpr&>(*item.target), f);
+    CheckArraySize(bounds);
+    auto& name = static_cast<NameExpr&>(*item.target);
+    Variant* var;
+    if (name.scope == NameScope::Dynamic && !Resolve(name) && name.implicitSlot >= 0) {
+      var = f.refs[name.implicitSlot];  // ReDim declares the array, even under Option Explicit
+    } else if (name.scope == NameScope::Dynamic && !Resolve(name) && name.implicitSlot < 0) {
+      GlobalEntry& g = Declare(name.lower, name.name);
+      g.kind = GlobalEntry::Variable;
+      name.cache = &g;
+      var = &g.value;
+    } else {
+      var = VariableRef(name, f);
+    }
     if (!var) ThrowRuntimeError(13);
     if (IsFixedArray(*var)) ThrowRuntimeError(10);
     if (s.preserve && var->IsArray() && var->ArrayValue().Dimensions() > 0) {
@@ -739,17 +781,32 @@ Variant Machine::Eval(const Expr& e, Frame& f) {
 }
 
 Variant Machine::EvalBinary(const BinaryExpr& b, Frame& f) {
+  if (b.height > 64) {
+    char probe;
+    if (reinterpret_cast<uintptr_t>(&probe) < stackLimit_) ThrowRuntimeError(28);
+  }
   Variant l = Eval(*b.left, f);
   Variant r = Eval(*b.right, f);
   switch (b.op) {
-    case BinaryOp::Add: return FastAdd(l, r);
+    case BinaryOp::Add:
+      if (l.IsString() && r.IsString() && l.StringValue().size() + r.StringValue().size() > kMaxStringBytes)
+        ThrowRuntimeError(7);
+      return FastAdd(l, r);
     case BinaryOp::Sub: return FastSubtract(l, r);
     case BinaryOp::Mul: return FastMultiply(l, r);
     case BinaryOp::Div: return Divide(l, r);
     case BinaryOp::IntDiv: return IntDivide(l, r);
     case BinaryOp::Mod: return Mod(l, r);
     case BinaryOp::Pow: return Power(l, r);
-    case BinaryOp::Concat: return Concat(l, r);
+    case BinaryOp::Concat: {
+      // Strings stop at 256 MB: a script doubling a string in a loop gets 7
+      // "Out of memory" instead of taking the machine's memory.
+      if (l.IsString() && r.IsString() && l.StringValue().size() + r.StringValue().size() > kMaxStringBytes)
+        ThrowRuntimeError(7);
+      Variant result = Concat(l, r);
+      if (result.IsString() && result.StringValue().size() > kMaxStringBytes) ThrowRuntimeError(7);
+      return result;
+    }
     case BinaryOp::And: return And(l, r);
     case BinaryOp::Or: return Or(l, r);
     case BinaryOp::Xor: return Xor(l, r);
@@ -791,7 +848,7 @@ Variant Machine::EvalName(NameExpr& n, Frame& f, bool call) {
     case NameScope::Dynamic: {
       GlobalEntry* e = Resolve(n);
       if (!e) {
-        const bool explicitNames = f.code && f.code->optionExplicit;
+        const bool explicitNames = f.code && f.code->optionExplicit && !n.declaredByReDim;
         if (explicitNames) Undefined(n.name);
         if (n.implicitSlot >= 0) {
           var = f.refs[n.implicitSlot];
@@ -930,7 +987,13 @@ Variant Machine::CallIntrinsic(int id, const ExprList& args, Frame& f) {
   switch (id) {
     case kEval: {
       EnclosingScope scope{f.proto, f.me ? &f.me->Class() : nullptr};
-      ExprPtr expr = Parser::ParseExpression(argv[0].ToString(), &scope);
+      ExprPtr expr;
+      try {
+        expr = Parser::ParseExpression(argv[0].ToString(), &scope);
+      } catch (const ScriptError& e) {
+        // A syntax error in the text is a runtime error of this statement.
+        throw Error(e.number(), e.description(), e.source());
+      }
       EnterCall();
       ++depth_;
       struct Leave { int& d; ~Leave() { --d; } } leave{depth_};
@@ -940,7 +1003,12 @@ Variant Machine::CallIntrinsic(int id, const ExprList& args, Frame& f) {
     case kExecuteGlobal: {
       const bool local = id == kExecute && f.proto;
       EnclosingScope scope{f.proto, f.me ? &f.me->Class() : nullptr};
-      std::shared_ptr<Code> code = Parser::ParseProgram(argv[0].ToString(), 1, local ? &scope : nullptr);
+      std::shared_ptr<Code> code;
+      try {
+        code = Parser::ParseProgram(argv[0].ToString(), 1, local ? &scope : nullptr);
+      } catch (const ScriptError& e) {
+        throw Error(e.number(), e.description(), e.source());
+      }
       EnterCall();
       ++depth_;
       struct Leave { int& d; ~Leave() { --d; } } leave{depth_};
@@ -951,7 +1019,7 @@ Variant Machine::CallIntrinsic(int id, const ExprList& args, Frame& f) {
       std::string name = argv[0].ToString();
       GlobalEntry* e = Lookup(Lower(name));
       if (!e || e->kind != GlobalEntry::Procedure) ThrowRuntimeError(5);
-      return Variant(MakeRef<ProcedureRef>(*this, *e->proc, e->code));
+      return Variant(MakeRef<ProcedureRef>(handle_, *e->proc, e->code));
     }
     case kCreateObject:
       return CreateObject(argv[0].ToString());
@@ -959,8 +1027,18 @@ Variant Machine::CallIntrinsic(int id, const ExprList& args, Frame& f) {
       return Variant(argv[0].IsObject());
     case kTypeName:
       return Variant(argv[0].TypeName());
-    case kVarType:
-      return Variant::FromInteger(static_cast<int16_t>(argv[0].IsObject() ? 9 : argv[0].VarTypeNumber()));
+    case kVarType: {
+      // An object with a default property answers with that property's type.
+      int32_t type = argv[0].VarTypeNumber();
+      if (argv[0].IsObject() && argv[0].ObjectPtr()) {
+        try {
+          type = argv[0].Dereference().VarTypeNumber();
+        } catch (const Error&) {
+          type = 9;
+        }
+      }
+      return Variant::FromInteger(static_cast<int16_t>(type));
+    }
     case kIsArray:
       return Variant(argv[0].IsArray());
     case kLBound:
@@ -993,7 +1071,7 @@ Variant Machine::CallIntrinsic(int id, const ExprList& args, Frame& f) {
 Variant Machine::NewObject(const std::string& lower, const std::string& name) {
   GlobalEntry* e = Lookup(lower);
   if (e && e->kind == GlobalEntry::Class) {
-    auto object = MakeRef<ScriptObject>(*this, *e->cls, e->code);
+    auto object = MakeRef<ScriptObject>(handle_, *e->cls, e->code);
     if (e->cls->initialize) {
       EnterCall();
       std::span<Variant> none;
@@ -1040,7 +1118,7 @@ Variant* Machine::VariableRef(NameExpr& n, Frame& f) {
     case NameScope::Dynamic: {
       GlobalEntry* e = Resolve(n);
       if (!e) {
-        if (f.code && f.code->optionExplicit) Undefined(n.name);
+        if (f.code && f.code->optionExplicit && !n.declaredByReDim) Undefined(n.name);
         if (n.implicitSlot >= 0) return f.refs[n.implicitSlot];
         GlobalEntry& g = Declare(n.lower, n.name);
         g.kind = GlobalEntry::Variable;
@@ -1229,6 +1307,8 @@ Variant Machine::CallProc(const FunctionProto& p, ScriptObject* me, const ExprLi
     ~Leave() { --d; }
   } leave{depth_};
   ExecBlock(p.body, f);
+  // Leaving a procedure that handles its own errors clears Err.
+  if (f.resumeNext) err_->Clear();
   if (p.resultSlot >= 0) return std::move(buffer.slots[p.resultSlot]);
   return Variant();
 }

@@ -90,6 +90,9 @@ class Machine {
   Variant CallByName(std::string_view name, std::span<Variant> args);
 
   ErrObject& Err() { return *err_; }
+  // Shared with the objects the machine hands out (class instances, GetRef
+  // procedures); it points to the machine while it lives and to null after.
+  const std::shared_ptr<Machine*>& Handle() const { return handle_; }
   BuiltinContext& Builtins() { return builtins_; }
 
   // Where the last error left the running code: its line and source (line 0
@@ -160,6 +163,7 @@ class Machine {
   void CheckTimeout();
   [[noreturn]] void Undefined(const std::string& name);
 
+  std::shared_ptr<Machine*> handle_;
   std::unordered_map<std::string, std::unique_ptr<GlobalEntry>> globals_;
   std::vector<Ref<Object>> memberObjects_;  // AddObject with addMembers
   uint32_t generation_ = 1;

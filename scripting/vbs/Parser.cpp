@@ -15,11 +15,15 @@ namespace {
 
 std::string ToLower(std::string_view s) {
   std::string out(s);
-  for (char& c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  for (char& c : out)
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + 32);
   return out;
 }
 
 constexpr int kMaxNesting = 400;
+// Operator chains (`a & b & c ...`) build trees without nesting the parser;
+// their height is bounded separately so that walking them stays shallow.
+constexpr int kMaxTreeHeight = 3000;
 
 // What the parser knows about the procedure (or top-level code) it is in.
 struct ProcContext {
@@ -27,6 +31,7 @@ struct ProcContext {
   Code* code = nullptr;
   std::unordered_map<std::string, int> locals;
   std::vector<NameExpr*> pending;  // names to resolve when the scope ends
+  std::vector<std::string> redimmed;  // names a ReDim in this procedure declares
   std::vector<int> withSlots;
   int doDepth = 0;
   int forDepth = 0;
@@ -68,6 +73,13 @@ class ParserImpl {
       ExpectEndOfStatement();
     }
     FinishScope(top, nullptr);
+    for (const auto& g : code.globals) {
+      bool clash = false;
+      for (const auto& c : code.classes) clash = clash || c->lower == g.lower;
+      for (const auto& p : code.procedures) clash = clash || p->lower == g.lower;
+      if (clash)
+        throw ScriptError(syntax::kNameRedefined, syntax::Message(syntax::kNameRedefined), g.line, g.column);
+    }
   }
 
   ExprPtr ParseExpressionOnly(int& slotCount) {
@@ -215,7 +227,7 @@ class ParserImpl {
       name.scope = NameScope::Local;
       name.index = slot;
     } else {
-      code_->globals.emplace_back(name.lower, name.name);
+      code_->globals.push_back({name.lower, name.name, name.line, name.column});
       ctx_->pending.push_back(&name);
     }
   }
@@ -484,12 +496,24 @@ class ParserImpl {
           continue;
         }
         if (cls) {
+          for (const auto& r : ctx.redimmed)
+            if (r == name->lower) name->declaredByReDim = true;
           classPending_.emplace_back(name, ctx.proto);
           continue;
         }
       }
       if (ResolveEnclosing(*name)) continue;
+      if (!ctx.proto && enclosing_ && enclosing_->owner) {
+        int index = enclosing_->owner->Find(name->lower);
+        if (index >= 0) {
+          name->scope = NameScope::ClassMember;
+          name->index = index;
+          continue;
+        }
+      }
       FinishDynamic(*name, ctx.proto);
+      for (const auto& r : ctx.redimmed)
+        if (r == name->lower) name->declaredByReDim = true;
     }
     ctx.pending.clear();
   }
@@ -745,12 +769,11 @@ class ParserImpl {
       auto name = Node<NameExpr>();
       name->name = TakeIdentifier();
       name->lower = ToLower(name->name);
-      if (ctx_->proto && !ctx_->locals.count(name->lower) && !stmt->preserve) {
-        // ReDim declares the array when nothing of that name exists; a global
-        // of the name wins at run time (dynamic lookup).
-      }
+      // ReDim declares the array when nothing of that name exists; a global
+      // of the name wins at run time (dynamic lookup).
+      if (ctx_->proto) ctx_->redimmed.push_back(name->lower);
       ctx_->pending.push_back(name.get());
-      if (!ctx_->proto) code_->globals.emplace_back(name->lower, name->name);
+      if (!ctx_->proto) code_->globals.push_back({name->lower, name->name, name->line, name->column});
       Expect(TokenKind::LParen, syntax::kExpectedLParen);
       for (;;) {
         item.bounds.push_back(ParseExpr());
@@ -1121,6 +1144,8 @@ class ParserImpl {
     auto e = std::make_unique<UnaryExpr>();
     e->line = line;
     e->column = column;
+    e->height = operand->height + 1;
+    if (e->height > kMaxTreeHeight) Fail(syntax::kSyntaxError);
     e->op = op;
     e->operand = std::move(operand);
     return e;
@@ -1154,6 +1179,8 @@ class ParserImpl {
     auto e = std::make_unique<BinaryExpr>();
     e->line = line;
     e->column = column;
+    e->height = std::max(left->height, right->height) + 1;
+    if (e->height > kMaxTreeHeight) Fail(syntax::kSyntaxError);
     e->op = op;
     e->left = std::move(left);
     e->right = std::move(right);

@@ -47,7 +47,9 @@ struct MatchContextDeleter {
   void operator()(pcre2_match_context* p) const noexcept { pcre2_match_context_free(p); }
 };
 
-bool IsGet(InvokeKind kind) { return kind == InvokeKind::Method || kind == InvokeKind::PropertyGet; }
+bool IsGet(InvokeKind kind) {
+  return kind == InvokeKind::Method || kind == InvokeKind::PropertyGet;
+}
 
 // Counts UTF-16 units of text, walking forward only, so that a run of
 // matches costs one pass over the text.
@@ -140,14 +142,15 @@ void RegExp::ForEachMatch(std::string_view text, F onMatch) {
   const Compiled& compiled = Code();
   std::unique_ptr<pcre2_match_data, MatchDataDeleter> data(
       pcre2_match_data_create_from_pattern(compiled.code, nullptr));
-  std::unique_ptr<pcre2_match_context, MatchContextDeleter> context(pcre2_match_context_create(nullptr));
+  std::unique_ptr<pcre2_match_context, MatchContextDeleter> context(
+      pcre2_match_context_create(nullptr));
   if (!data || !context) ThrowRuntimeError(7);
   pcre2_set_match_limit(context.get(), kMatchLimit);
   std::vector<Span> spans(compiled.groups + 1);
   size_t start = 0;
   while (start <= text.size()) {
-    int rc = pcre2_match(compiled.code, reinterpret_cast<PCRE2_SPTR>(text.data()), text.size(), start,
-                         0, data.get(), context.get());
+    int rc = pcre2_match(compiled.code, reinterpret_cast<PCRE2_SPTR>(text.data()), text.size(),
+                         start, 0, data.get(), context.get());
     if (rc == PCRE2_ERROR_NOMATCH) return;
     if (rc < 0) ThrowRuntimeError(5);
     PCRE2_SIZE* ovector = pcre2_get_ovector_pointer(data.get());
@@ -196,8 +199,8 @@ Ref<RegExpMatchCollection> RegExp::Execute(std::string_view text) {
     int32_t first = units.At(spans[0].start);
     int32_t last = units.At(spans[0].end);
     matches.push_back(MakeRef<RegExpMatch>(
-        std::string(text.substr(spans[0].start, spans[0].end - spans[0].start)), first, last - first,
-        std::move(groups)));
+        std::string(text.substr(spans[0].start, spans[0].end - spans[0].start)), first,
+        last - first, std::move(groups)));
   });
   return MakeRef<RegExpMatchCollection>(std::move(matches));
 }
@@ -233,9 +236,10 @@ std::string RegExp::Replace(std::string_view text, std::string_view replacement)
         ++i;
       } else if (n >= '0' && n <= '9') {
         size_t one = static_cast<size_t>(n - '0');
-        size_t two = i + 2 < replacement.size() && replacement[i + 2] >= '0' && replacement[i + 2] <= '9'
-                         ? one * 10 + static_cast<size_t>(replacement[i + 2] - '0')
-                         : 0;
+        size_t two =
+            i + 2 < replacement.size() && replacement[i + 2] >= '0' && replacement[i + 2] <= '9'
+                ? one * 10 + static_cast<size_t>(replacement[i + 2] - '0')
+                : 0;
         if (two >= 1 && two <= groupCount) {
           out.append(group(two));
           i += 2;

@@ -14,11 +14,15 @@ constexpr BuiltinMember kMatchMembers[] = {{"Value", RegExpMatch::kValue},
                                            {"Length", RegExpMatch::kLength},
                                            {"SubMatches", RegExpMatch::kSubMatches}};
 
-bool IsGet(InvokeKind kind) { return kind == InvokeKind::Method || kind == InvokeKind::PropertyGet; }
+bool IsGet(InvokeKind kind) {
+  return kind == InvokeKind::Method || kind == InvokeKind::PropertyGet;
+}
 
 }  // namespace
 
-DispId RegExpSubMatches::GetMemberId(std::string_view name) { return FindMember(kSubMatchMembers, name); }
+DispId RegExpSubMatches::GetMemberId(std::string_view name) {
+  return FindMember(kSubMatchMembers, name);
+}
 
 const Variant& RegExpSubMatches::Item(int32_t index) const {
   if (index < 0 || index >= Count()) ThrowRuntimeError(5);

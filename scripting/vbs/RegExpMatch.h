@@ -37,7 +37,10 @@ class RegExpMatch : public Object {
   enum Member : DispId { kValue = kDispIdDefault, kFirstIndex = 1, kLength, kSubMatches };
 
   RegExpMatch(std::string value, int32_t firstIndex, int32_t length, std::vector<Variant> groups)
-      : value_(std::move(value)), firstIndex_(firstIndex), length_(length), groups_(std::move(groups)) {}
+      : value_(std::move(value)),
+        firstIndex_(firstIndex),
+        length_(length),
+        groups_(std::move(groups)) {}
 
   std::string TypeName() const override { return "IMatch2"; }
   DispId GetMemberId(std::string_view name) override;

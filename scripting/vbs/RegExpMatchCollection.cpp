@@ -10,7 +10,9 @@ constexpr BuiltinMember kMembers[] = {{"Item", RegExpMatchCollection::kItem},
                                       {"Count", RegExpMatchCollection::kCount}};
 }
 
-DispId RegExpMatchCollection::GetMemberId(std::string_view name) { return FindMember(kMembers, name); }
+DispId RegExpMatchCollection::GetMemberId(std::string_view name) {
+  return FindMember(kMembers, name);
+}
 
 const Ref<RegExpMatch>& RegExpMatchCollection::Item(int32_t index) const {
   if (index < 0 || index >= Count()) ThrowRuntimeError(5);

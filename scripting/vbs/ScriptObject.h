@@ -5,7 +5,8 @@
 // Members are reached through the ordinary dispatch interface (public members
 // only; the DispId of member i is i + 1, 0 is the default member); the machine
 // that created the instance runs the bodies. Class_Terminate runs when the
-// last reference goes. An instance must not outlive its machine.
+// last reference goes. An instance the host keeps after its engine is gone
+// raises 424 on every call and terminates silently.
 #pragma once
 
 #include <memory>
@@ -21,7 +22,7 @@ class Machine;
 
 class ScriptObject : public Object {
  public:
-  ScriptObject(Machine& machine, const ClassDef& cls, std::shared_ptr<Code> code);
+  ScriptObject(std::shared_ptr<Machine*> machine, const ClassDef& cls, std::shared_ptr<Code> code);
 
   std::string TypeName() const override { return cls_.name; }
   DispId GetMemberId(std::string_view name) override;
@@ -37,7 +38,7 @@ class ScriptObject : public Object {
   void Terminate() noexcept override;
 
  private:
-  Machine& machine_;
+  std::shared_ptr<Machine*> machine_;
   const ClassDef& cls_;
   std::shared_ptr<Code> code_;
   std::vector<Variant> fields_;

@@ -115,3 +115,44 @@ TEST(VbsClass, MeInsideMethodsAndClassMemberCalls) {
 
 }  // namespace
 }  // namespace tessel::vbs::test
+
+namespace tessel::vbs::test {
+namespace {
+
+TEST(VbsClass, InstancesKeptByTheHostOutliveTheirEngineSafely) {
+  Variant kept;
+  {
+    Engine e;
+    e.AddCode("Class K : Public V : Sub Class_Terminate : V = 0 : End Sub : End Class");
+    kept = e.Eval("New K");
+  }
+  ASSERT_TRUE(kept.IsObject());
+  DispId id = kept.ObjectPtr()->GetMemberId("V");
+  EXPECT_NE(id, kDispIdUnknown);
+  EXPECT_THROW(kept.ObjectPtr()->Invoke(id, InvokeKind::PropertyGet, {}), Error);
+  kept = Variant();  // terminates without its machine
+}
+
+TEST(VbsClass, TerminateRunsWhenTheEngineGoes) {
+  auto log = std::make_shared<std::string>();
+  class Log : public Object {
+   public:
+    explicit Log(std::shared_ptr<std::string> text) : text_(std::move(text)) {}
+    std::string TypeName() const override { return "Log"; }
+    DispId GetMemberId(std::string_view) override { return 1; }
+    Variant Invoke(DispId, InvokeKind, std::span<Variant> args) override {
+      *text_ += args[0].ToString();
+      return {};
+    }
+    std::shared_ptr<std::string> text_;
+  };
+  {
+    Engine e;
+    e.AddObject("log", MakeRef<Log>(log));
+    e.AddCode("Class K : Sub Class_Terminate : log.Write \"bye\" : End Sub : End Class\nDim inst : Set inst = New K");
+  }
+  EXPECT_EQ(*log, "bye");
+}
+
+}  // namespace
+}  // namespace tessel::vbs::test

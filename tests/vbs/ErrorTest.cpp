@@ -100,6 +100,9 @@ TEST(VbsError, OnErrorResumeNextIsPerProcedure) {
   EXPECT_EQ(Typed(e, "Safe()"), "Long:11");
   EXPECT_EQ(EvalErrorOf(e, "Unsafe()"), 11);
   EXPECT_EQ(Typed(e, "Caller()"), "String:11:True");
+  // Leaving a procedure with its own handler clears Err.
+  e.AddCode("On Error Resume Next\nDim afterSafe : Safe : afterSafe = Err.Number");
+  EXPECT_EQ(Typed(e, "afterSafe"), "Long:0");
 }
 
 TEST(VbsError, OnErrorGotoZeroRestoresFailures) {
@@ -168,6 +171,10 @@ TEST(VbsError, HugeStringRequestsRaiseOutOfMemory) {
   EXPECT_EQ(EvalErrorOf(e, "Space(1000000000)"), 7);
   EXPECT_EQ(EvalErrorOf(e, "String(1000000000, \"x\")"), 7);
   EXPECT_EQ(Typed(e, "Len(Space(10))"), "Long:10");
+  EXPECT_EQ(ErrorOf(e, "Dim a : ReDim a(1000000000)"), 7);
+  EXPECT_EQ(ErrorOf(e, "Dim b : ReDim b(100000, 100000)"), 7);
+  EXPECT_EQ(ErrorOf(e, "Dim c(1000000000)"), 7);
+  EXPECT_EQ(ErrorOf(e, "Dim ok : ReDim ok(-1)"), 0);
 }
 
 TEST(VbsError, DeeplyNestedExpressionIsASyntaxErrorNotACrash) {
@@ -176,6 +183,48 @@ TEST(VbsError, DeeplyNestedExpressionIsASyntaxErrorNotACrash) {
   text += "1";
   text += std::string(5000, ')');
   EXPECT_NE(EvalErrorOf(e, text), 0);
+}
+
+}  // namespace
+}  // namespace tessel::vbs::test
+
+namespace tessel::vbs::test {
+namespace {
+
+TEST(VbsError, LongOperatorChainsEvaluateOrFailCleanly) {
+  Engine e;
+  e.AddCode("Dim x : x = 1");
+  std::string chain = "x";
+  for (int i = 0; i < 1000; ++i) chain += " + x";
+  EXPECT_EQ(Typed(e, chain), "Integer:1001");
+  std::string tooLong = "x";
+  for (int i = 0; i < 100000; ++i) tooLong += " + x";
+  EXPECT_EQ(EvalErrorOf(e, tooLong), 1002);
+}
+
+}  // namespace
+}  // namespace tessel::vbs::test
+
+namespace tessel::vbs::test {
+namespace {
+
+TEST(VbsError, FailingIfConditionUnderResumeNextTakesTheBranch) {
+  Engine e;
+  e.AddCode(
+      "On Error Resume Next\n"
+      "Dim r : r = \"\"\n"
+      "If 1 / 0 = 1 Then\n"
+      "  r = \"then\"\n"
+      "Else\n"
+      "  r = \"else\"\n"
+      "End If\n"
+      "Dim n : n = Err.Number");
+  EXPECT_EQ(Typed(e, "r & n"), "String:then11");
+}
+
+TEST(VbsError, ReDimDeclaresUnderOptionExplicit) {
+  Engine e;
+  EXPECT_EQ(ErrorOf(e, "Option Explicit\nSub S() : ReDim a(2) : a(2) = 1 : End Sub\nS"), 0);
 }
 
 }  // namespace

@@ -217,12 +217,89 @@ TEST(VbsStatement, ExecuteExecuteGlobalEvalAndGetRef) {
   EXPECT_EQ(Typed(e, "f(4)"), "Integer:5");
   EXPECT_EQ(Typed(e, "Eval(\"1 + 1\")"), "Integer:2");
   EXPECT_EQ(EvalErrorOf(e, "GetRef(\"NoSuch\")"), 5);
+  // A syntax error inside the executed text is reported on the statement.
+  EXPECT_EQ(ErrorOf(e, "Dim ok\nExecute \"x = = 1\""), 1023);
+  EXPECT_EQ(e.Error().Line(), 2);
+  EXPECT_EQ(e.Error().Text(), "Execute \"x = = 1\"");
+  EXPECT_EQ(ErrorOf(e, "On Error Resume Next\nExecute \"x = = 1\"\nDim n : n = Err.Number"), 0);
+  EXPECT_EQ(Typed(e, "n"), "Long:1023");
 }
 
 TEST(VbsStatement, NamesAreCaseInsensitive) {
   Engine e;
   e.AddCode("Dim MyVar : myvar = 3\nFunction DoIt() : DOIT = MYVAR : End Function");
   EXPECT_EQ(Typed(e, "doit()"), "Integer:3");
+}
+
+}  // namespace
+}  // namespace tessel::vbs::test
+
+namespace tessel::vbs::test {
+namespace {
+
+TEST(VbsStatement, DateLiteralsInSeveralForms) {
+  Engine e;
+  EXPECT_EQ(Typed(e, "#February 28, 2024#"), "Date:2/28/2024");
+  EXPECT_EQ(Typed(e, "#2/28/2024#"), "Date:2/28/2024");
+  EXPECT_EQ(Typed(e, "#10:30#"), "Date:10:30:00 AM");
+  EXPECT_EQ(ErrorOf(e, "x = #not a date#"), 1002);
+}
+
+TEST(VbsStatement, LocalArraysAndExitProperty) {
+  Engine e;
+  e.AddCode(
+      "Function Fill()\n"
+      "  Dim a(2), i\n"
+      "  For i = 0 To 2 : a(i) = i * i : Next\n"
+      "  Fill = Join(a, \",\")\n"
+      "End Function\n"
+      "Class Q\n"
+      "  Property Get P()\n"
+      "    P = 1\n"
+      "    Exit Property\n"
+      "    P = 2\n"
+      "  End Property\n"
+      "  Function Items() : Items = Array(\"x\", \"y\") : End Function\n"
+      "End Class\n"
+      "Dim qq : Set qq = New Q");
+  EXPECT_EQ(Typed(e, "Fill()"), "String:0,1,4");
+  EXPECT_EQ(Typed(e, "Fill()"), "String:0,1,4");
+  EXPECT_EQ(Typed(e, "qq.P"), "Integer:1");
+  EXPECT_EQ(Typed(e, "qq.Items()(1)"), "String:y");
+  EXPECT_EQ(Typed(e, "qq.Items(1)"), "String:y");
+  EXPECT_EQ(ErrorOf(e, "Class Z : End Class\nDim z"), 1041);
+  EXPECT_EQ(e.Error().Line(), 2);
+  EXPECT_EQ(e.Error().Column(), 5);
+}
+
+TEST(VbsStatement, StringGrowthStopsWithOutOfMemory) {
+  Engine e;
+  EXPECT_EQ(ErrorOf(e, "Dim s : s = \"xxxxxxxxxxxxxxxx\"\nDo : s = s & s : Loop"), 7);
+  EXPECT_EQ(e.Error().Line(), 2);
+}
+
+}  // namespace
+}  // namespace tessel::vbs::test
+
+namespace tessel::vbs::test {
+namespace {
+
+TEST(VbsStatement, EvalAndExecuteInsideAClassSeeItsMembers) {
+  Engine e;
+  e.AddCode(
+      "Class K\n"
+      "  Private mV\n"
+      "  Public Function Run() : mV = 20 : Execute \"mV = mV + 1\" : Run = Eval(\"mV * 2\") : End Function\n"
+      "End Class\n"
+      "Dim inst : Set inst = New K");
+  EXPECT_EQ(Typed(e, "inst.Run()"), "Integer:42");
+}
+
+TEST(VbsStatement, IndexingTheResultOfACall) {
+  Engine e;
+  EXPECT_EQ(Typed(e, "Split(\"a,b,c\", \",\")(2)"), "String:c");
+  e.AddCode("Function Pair() : Pair = Array(Array(1, 2), Array(3, 4)) : End Function");
+  EXPECT_EQ(Typed(e, "Pair()(1)(0)"), "Integer:3");
 }
 
 }  // namespace

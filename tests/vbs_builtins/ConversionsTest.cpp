@@ -60,9 +60,11 @@ TEST(BuiltinConversions, HexOctFixIntRound) {
       {"Fix", {Int16(7)}, Int16(7)},
       {"Int", {Variant()}, Int16(0)},
       {"Int", {Variant::Null()}, Variant::Null()},
-      {"Int", {Variant::FromCurrency(Currency::FromRaw(-25000))},
+      {"Int",
+       {Variant::FromCurrency(Currency::FromRaw(-25000))},
        Variant::FromCurrency(Currency::FromRaw(-30000))},
-      {"Fix", {Variant::FromCurrency(Currency::FromRaw(-25000))},
+      {"Fix",
+       {Variant::FromCurrency(Currency::FromRaw(-25000))},
        Variant::FromCurrency(Currency::FromRaw(-20000))},
       {"Int", {Date(2024, 2, 28, 18)}, Date(2024, 2, 28)},
       {"Round", {Variant(2.5)}, Variant(2.0)},
@@ -72,7 +74,8 @@ TEST(BuiltinConversions, HexOctFixIntRound) {
       {"Round", {Variant(0.125), Variant(int32_t{2})}, Variant(0.12)},
       {"Round", {Str("2.5")}, Variant(2.0)},
       {"Round", {Int16(7), Variant(int32_t{2})}, Int16(7)},
-      {"Round", {Variant::FromCurrency(Currency::FromRaw(23450)), Variant(int32_t{2})},
+      {"Round",
+       {Variant::FromCurrency(Currency::FromRaw(23450)), Variant(int32_t{2})},
        Variant::FromCurrency(Currency::FromRaw(23400))},
       {"Round", {Variant::FromSingle(2.5f)}, Variant::FromSingle(2.0f)},
       {"Round", {Variant::Null()}, Variant::Null()},
@@ -105,7 +108,9 @@ TEST(BuiltinMath, ValuesSubtypesAndErrors) {
       {"Abs", {Str("-2")}, Variant(2.0)},
       {"Abs", {Variant()}, Int16(0)},
       {"Abs", {Variant::Null()}, Variant::Null()},
-      {"Abs", {Variant::FromCurrency(Currency::FromRaw(-15))}, Variant::FromCurrency(Currency::FromRaw(15))},
+      {"Abs",
+       {Variant::FromCurrency(Currency::FromRaw(-15))},
+       Variant::FromCurrency(Currency::FromRaw(15))},
       {"Sgn", {Variant(-3.2)}, Int16(-1)},
       {"Sgn", {Variant(int32_t{0})}, Int16(0)},
       {"Sgn", {Str("7")}, Int16(1)},
@@ -117,7 +122,9 @@ TEST(BuiltinMath, ValuesSubtypesAndErrors) {
       {"Sin", {Variant(int32_t{0})}, Variant(0.0)},
       {"Tan", {Variant(int32_t{0})}, Variant(0.0)},
       {"Sqr", {Variant::Null()}, Variant::Null()},
-      {"RGB", {Variant(int32_t{1}), Variant(int32_t{2}), Variant(int32_t{3})}, Variant(int32_t{0x030201})},
+      {"RGB",
+       {Variant(int32_t{1}), Variant(int32_t{2}), Variant(int32_t{3})},
+       Variant(int32_t{0x030201})},
   });
   RunErrorCases({
       {"Sqr", {Variant(int32_t{-1})}, 5},
@@ -190,16 +197,25 @@ TEST(BuiltinArrays, SplitJoinFilterBounds) {
   EXPECT_EQ(two.ArrayValue().Elements()[1].StringValue(), "b,c");
   Variant text = Call("Split", {Str("aXbxc"), Str("x"), Variant(int32_t{-1}), Variant(int32_t{1})});
   EXPECT_EQ(Call("UBound", {text}).LongValue(), 2);
-  Variant accents = Call("Split", {Str("a\xC3\x89" "b\xC3\xA9" "c"), Str("\xC3\xA9"), Variant(-1), Variant(1)});
+  Variant accents = Call("Split", {Str("a\xC3\x89"
+                                       "b\xC3\xA9"
+                                       "c"),
+                                   Str("\xC3\xA9"), Variant(-1), Variant(1)});
   EXPECT_EQ(Call("Join", {accents, Str("|")}).StringValue(), "a|b|c");
-  Variant binary = Call("Split", {Str("a\xC3\x89" "b\xC3\xA9" "c"), Str("\xC3\xA9")});
-  EXPECT_EQ(Call("Join", {binary, Str("|")}).StringValue(), "a\xC3\x89" "b|c");
+  Variant binary = Call("Split", {Str("a\xC3\x89"
+                                      "b\xC3\xA9"
+                                      "c"),
+                                  Str("\xC3\xA9")});
+  EXPECT_EQ(Call("Join", {binary, Str("|")}).StringValue(),
+            "a\xC3\x89"
+            "b|c");
   Variant whole = Call("Split", {Str("abc"), Str("")});
   EXPECT_EQ(whole.ArrayValue().Elements()[0].StringValue(), "abc");
 
   Variant list = Call("Array", {Str("apple"), Str("banana"), Str("cherry")});
   EXPECT_EQ(Call("Join", {list, Str("-")}).StringValue(), "apple-banana-cherry");
-  EXPECT_EQ(Call("Join", {Call("Array", {Variant(int32_t{1}), Variant(2.5)})}).StringValue(), "1 2.5");
+  EXPECT_EQ(Call("Join", {Call("Array", {Variant(int32_t{1}), Variant(2.5)})}).StringValue(),
+            "1 2.5");
   Variant kept = Call("Filter", {list, Str("an")});
   ASSERT_EQ(Call("UBound", {kept}).LongValue(), 0);
   EXPECT_EQ(kept.ArrayValue().Elements()[0].StringValue(), "banana");

@@ -66,7 +66,8 @@ void RunFormatCases(const std::vector<FormatCase>& cases) {
     try {
       Variant r = FormatValue(c.value, c.pattern);
       ASSERT_TRUE(r.IsString()) << c.pattern;
-      EXPECT_EQ(r.StringValue(), c.expected) << "Format(" << c.value.ToString() << ", \"" << c.pattern << "\")";
+      EXPECT_EQ(r.StringValue(), c.expected)
+          << "Format(" << c.value.ToString() << ", \"" << c.pattern << "\")";
     } catch (const Error& e) {
       ADD_FAILURE() << "Format(" << c.pattern << ") raised " << e.number();
     }

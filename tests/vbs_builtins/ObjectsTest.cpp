@@ -41,7 +41,8 @@ std::vector<std::string> Walk(const Ref<Object>& collection) {
   auto* enumerator = static_cast<Enumerator*>(e.get());
   std::vector<std::string> out;
   Variant v;
-  while (enumerator->Next(v)) out.push_back(v.IsObject() ? v.Dereference().ToString() : v.ToString());
+  while (enumerator->Next(v))
+    out.push_back(v.IsObject() ? v.Dereference().ToString() : v.ToString());
   return out;
 }
 
@@ -54,7 +55,8 @@ std::string JoinArray(const Variant& array) {
 TEST(Dictionary, KeepsInsertionOrderThroughRemoval) {
   Ref<Object> d = CreateDictionary();
   EXPECT_EQ(d->TypeName(), "Dictionary");
-  for (const char* k : {"b", "a", "c", "d"}) CallMethod(d, "Add", {Str(k), Str(std::string(k) + "!")});
+  for (const char* k : {"b", "a", "c", "d"})
+    CallMethod(d, "Add", {Str(k), Str(std::string(k) + "!")});
   CallMethod(d, "Remove", {Str("a")});
   CallMethod(d, "Add", {Str("a"), Variant(1)});
   EXPECT_EQ(JoinArray(CallMethod(d, "Keys")), "b,c,d,a");
@@ -196,10 +198,13 @@ TEST(RegExp, ExecuteMatchesAndSubMatches) {
   EXPECT_EQ(Get(subs, "Item", {Variant(1)}).StringValue(), "example");
   EXPECT_TRUE(Get(subs, "Item", {Variant(2)}).IsEmpty());
   std::vector<Variant> index{Variant(1)};
-  Ref<Object> second = collection->Invoke(kDispIdDefault, InvokeKind::PropertyGet, index).ObjectRef();
-  EXPECT_EQ(second->Invoke(kDispIdDefault, InvokeKind::PropertyGet, {}).StringValue(), "bob@site.org");
+  Ref<Object> second =
+      collection->Invoke(kDispIdDefault, InvokeKind::PropertyGet, index).ObjectRef();
+  EXPECT_EQ(second->Invoke(kDispIdDefault, InvokeKind::PropertyGet, {}).StringValue(),
+            "bob@site.org");
   EXPECT_EQ(Walk(collection), (std::vector<std::string>{"ann@example", "bob@site.org"}));
-  EXPECT_EQ(Walk(Get(second, "SubMatches").ObjectRef()), (std::vector<std::string>{"bob", "site", ".org"}));
+  EXPECT_EQ(Walk(Get(second, "SubMatches").ObjectRef()),
+            (std::vector<std::string>{"bob", "site", ".org"}));
   EXPECT_EQ(ErrorNumber([&] { Get(collection, "Item", {Variant(2)}); }), 5);
 
   // Without Global only the first match is returned.
@@ -219,8 +224,10 @@ TEST(RegExp, PositionsCountUtf16Units) {
 
 TEST(RegExp, Replace) {
   Ref<Object> re = MakeRegExp("(\\d+)-(\\d+)", true);
-  EXPECT_EQ(CallMethod(re, "Replace", {Str("1-2 and 30-40"), Str("$2-$1")}).StringValue(), "2-1 and 40-30");
-  EXPECT_EQ(CallMethod(re, "Replace", {Str("1-2"), Str("[$&] $$ $3 $0")}).StringValue(), "[1-2] $ $3 $0");
+  EXPECT_EQ(CallMethod(re, "Replace", {Str("1-2 and 30-40"), Str("$2-$1")}).StringValue(),
+            "2-1 and 40-30");
+  EXPECT_EQ(CallMethod(re, "Replace", {Str("1-2"), Str("[$&] $$ $3 $0")}).StringValue(),
+            "[1-2] $ $3 $0");
   EXPECT_EQ(CallMethod(re, "Replace", {Str("a1-2b"), Str("<$`|$'>")}).StringValue(), "a<a|b>b");
   Let(re, "Global", {Variant(false)});
   EXPECT_EQ(CallMethod(re, "Replace", {Str("1-2 3-4"), Str("x")}).StringValue(), "x 3-4");
@@ -237,7 +244,8 @@ TEST(RegExp, BadPatternsAndRunawayMatches) {
   EXPECT_EQ(ErrorNumber([] { CallMethod(MakeRegExp("[z-a]"), "Test", {Str("ab")}); }), 5021);
   std::string subject(40, 'a');
   subject += "!";
-  int32_t runaway = ErrorNumber([&] { CallMethod(MakeRegExp("^(a|a?)+$"), "Test", {Str(subject)}); });
+  int32_t runaway =
+      ErrorNumber([&] { CallMethod(MakeRegExp("^(a|a?)+$"), "Test", {Str(subject)}); });
   EXPECT_EQ(runaway, 5);
 }
 

@@ -10,7 +10,8 @@ TEST(BuiltinTable, LookupIgnoresCase) {
   EXPECT_EQ(mid->name, "Mid");
   EXPECT_EQ(mid->minArgs, 2);
   EXPECT_EQ(mid->maxArgs, 3);
-  for (std::string_view name : {"Abs", "year", "WEEKDAYNAME", "formatnumber", "ChrW", "cstr", "Array"}) {
+  for (std::string_view name :
+       {"Abs", "year", "WEEKDAYNAME", "formatnumber", "ChrW", "cstr", "Array"}) {
     EXPECT_NE(FindBuiltinFunction(name), nullptr) << name;
   }
   // Not VBScript built-ins: the engine or the function library provide them.
