@@ -6,6 +6,7 @@
 #include "core/DateTime.h"
 #include "scripting/vbs/BuiltinArgs.h"
 #include "scripting/vbs/BuiltinCalendar.h"
+#include "scripting/vbs/BuiltinContext.h"
 #include "scripting/vbs/FormatDateText.h"
 
 namespace tessel::vbs {
@@ -77,6 +78,21 @@ int64_t FloorDiv(int64_t a, int64_t b) {
   return q;
 }
 
+// The clock as whole day and whole second of the day. The seconds are cut,
+// not rounded, so that Date, Time and Now agree at the turn of a day.
+struct ClockParts {
+  int64_t day;
+  int64_t second;
+};
+
+ClockParts ClockReading(const BuiltinContext& context) {
+  double now = context.Now();
+  double day = std::floor(now);
+  int64_t second = static_cast<int64_t>(std::floor((now - day) * 86400.0 + 1e-7));
+  if (second > 86399) second = 86399;
+  return ClockParts{static_cast<int64_t>(day), second};
+}
+
 Variant DatePartValue(const Variant& arg, int part) {
   Variant v = ArgValue(arg);
   if (v.IsNull()) return v;
@@ -117,26 +133,22 @@ double AddToDate(std::string_view intervalText, double number, double serial) {
 
 namespace builtins {
 
-Variant Date(BuiltinContext&, const Variant*, int) {
-  return Variant::FromDate(static_cast<double>(calendar::SerialDay(DateTime::Now())));
+Variant Date(BuiltinContext& context, const Variant*, int) {
+  return Variant::FromDate(static_cast<double>(ClockReading(context).day));
 }
 
-Variant Time(BuiltinContext&, const Variant*, int) {
-  double now = DateTime::Now();
-  int64_t seconds = static_cast<int64_t>(std::floor(DateTime::TimeOf(now) * 86400.0 + 1e-6));
-  return Variant::FromDate(static_cast<double>(seconds % 86400) / 86400.0);
+Variant Time(BuiltinContext& context, const Variant*, int) {
+  return Variant::FromDate(static_cast<double>(ClockReading(context).second) / 86400.0);
 }
 
-Variant Now(BuiltinContext&, const Variant*, int) {
-  double now = DateTime::Now();
-  int64_t day = DateTime::DayOf(now);
-  int64_t seconds = static_cast<int64_t>(std::floor(DateTime::TimeOf(now) * 86400.0 + 1e-6));
-  return Variant::FromDate(calendar::SecondsToSerial(day * 86400 + seconds % 86400));
+Variant Now(BuiltinContext& context, const Variant*, int) {
+  ClockParts now = ClockReading(context);
+  return Variant::FromDate(calendar::SecondsToSerial(now.day * 86400 + now.second));
 }
 
-Variant Timer(BuiltinContext&, const Variant*, int) {
-  double now = DateTime::Now();
-  return Variant::FromSingle(static_cast<float>(DateTime::TimeOf(now) * 86400.0));
+Variant Timer(BuiltinContext& context, const Variant*, int) {
+  double now = context.Now();
+  return Variant::FromSingle(static_cast<float>((now - std::floor(now)) * 86400.0));
 }
 
 Variant DateAdd(BuiltinContext&, const Variant* args, int) {

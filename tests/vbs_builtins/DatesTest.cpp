@@ -134,6 +134,25 @@ TEST(BuiltinDates, SerialsAndValues) {
   });
 }
 
+TEST(BuiltinDates, ClockFunctionsReadTheContextClock) {
+  BuiltinContext context;
+  // 28 February 2024, one second before midnight and a little: every clock
+  // function must see the same day.
+  double lateEvening = Date(2024, 2, 28).DateValue() + (86399.6 / 86400.0);
+  context.SetClock([lateEvening] { return lateEvening; });
+  ExpectValue(Call(context, "Date", {}), Date(2024, 2, 28), "Date");
+  ExpectValue(Call(context, "Now", {}), Date(2024, 2, 28, 23, 59, 59), "Now");
+  ExpectValue(Call(context, "Time", {}), Variant::FromDate(86399.0 / 86400.0), "Time");
+  EXPECT_NEAR(Call(context, "Timer", {}).SingleValue(), 86399.6f, 0.01f);
+  // Randomize without a number seeds from the clock: the same clock, the
+  // same sequence.
+  BuiltinContext other;
+  other.SetClock([lateEvening] { return lateEvening; });
+  Call(context, "Randomize", {});
+  Call(other, "Randomize", {});
+  EXPECT_EQ(Call(context, "Rnd", {}).SingleValue(), Call(other, "Rnd", {}).SingleValue());
+}
+
 TEST(BuiltinDates, ClockFunctionsAgree) {
   Variant now = Call("Now", {});
   Variant today = Call("Date", {});
