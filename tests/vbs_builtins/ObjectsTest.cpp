@@ -251,3 +251,32 @@ TEST(RegExp, BadPatternsAndRunawayMatches) {
 
 }  // namespace
 }  // namespace tessel::vbs::testing
+
+namespace tessel::vbs::testing {
+namespace {
+
+TEST(BuiltinsOnObjects, DefaultValuesStandForTheObject) {
+  Ref<Object> re = CreateRegExp();
+  std::vector<Variant> pattern{Str("b+")};
+  re->Invoke(re->GetMemberId("Pattern"), InvokeKind::PropertyLet, pattern);
+  std::vector<Variant> subject{Str("abbbc")};
+  Variant matches = re->Invoke(re->GetMemberId("Execute"), InvokeKind::Method, subject);
+  std::vector<Variant> first{Variant(0)};
+  Variant match = matches.ObjectPtr()->Invoke(kDispIdDefault, InvokeKind::PropertyGet, first);
+  // A Match's default member is its Value.
+  ExpectValue(Call("VarType", {match}), Int16(8), "VarType(match)");
+  ExpectValue(Call("TypeName", {match}), Str("IMatch2"), "TypeName(match)");
+  ExpectValue(Call("Len", {match}), Variant(3), "Len(match)");
+  ExpectValue(Call("UCase", {match}), Str("BBB"), "UCase(match)");
+  ExpectValue(Call("IsObject", {match}), Variant(true), "IsObject(match)");
+  // A Dictionary's default member needs a key: VarType reports an object.
+  Variant dictionary(CreateDictionary());
+  ExpectValue(Call("VarType", {dictionary}), Int16(9), "VarType(dictionary)");
+  ExpectValue(Call("TypeName", {dictionary}), Str("Dictionary"), "TypeName(dictionary)");
+  ExpectValue(Call("VarType", {Variant::Nothing()}), Int16(9), "VarType(Nothing)");
+  ExpectValue(Call("TypeName", {Variant::Nothing()}), Str("Nothing"), "TypeName(Nothing)");
+  EXPECT_EQ(ErrorOf("Len", {Variant::Nothing()}), 91);
+}
+
+}  // namespace
+}  // namespace tessel::vbs::testing
