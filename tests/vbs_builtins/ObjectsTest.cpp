@@ -179,6 +179,12 @@ TEST(RegExp, TestAndProperties) {
   Ref<Object> single = MakeRegExp("^b$");
   EXPECT_FALSE(CallMethod(single, "Test", {Str("a\nb\nc")}).BooleanValue());
   EXPECT_FALSE(CallMethod(MakeRegExp("a.b"), "Test", {Str("a\nb")}).BooleanValue());
+  // The JScript dialect: [^] is any character, \u and \x take hex digits.
+  EXPECT_TRUE(CallMethod(MakeRegExp("a[^]b"), "Test", {Str("a\nb")}).BooleanValue());
+  EXPECT_TRUE(CallMethod(MakeRegExp("\\u00e9\\x41"), "Test",
+                         {Str("\xC3\xA9"
+                              "A")})
+                  .BooleanValue());
 }
 
 TEST(RegExp, ExecuteMatchesAndSubMatches) {
