@@ -101,10 +101,7 @@ Variant DatePartValue(const Variant& arg, int part) {
   return Variant::FromInteger(static_cast<int16_t>(values[part]));
 }
 
-}  // namespace
-
-double AddToDate(std::string_view intervalText, double number, double serial) {
-  Interval interval = ParseInterval(Variant(intervalText));
+double AddInterval(Interval interval, double number, double serial) {
   if (!std::isfinite(number)) ThrowRuntimeError(5);
   if (!calendar::InRange(serial)) ThrowRuntimeError(5);
   double n = std::nearbyint(number);
@@ -131,6 +128,12 @@ double AddToDate(std::string_view intervalText, double number, double serial) {
   ThrowRuntimeError(5);
 }
 
+}  // namespace
+
+double AddToDate(std::string_view interval, double number, double serial) {
+  return AddInterval(ParseInterval(Variant(interval)), number, serial);
+}
+
 namespace builtins {
 
 Variant Date(BuiltinContext& context, const Variant*, int) {
@@ -152,13 +155,11 @@ Variant Timer(BuiltinContext& context, const Variant*, int) {
 }
 
 Variant DateAdd(BuiltinContext&, const Variant* args, int) {
-  Variant interval = ArgValue(args[0]);
+  Interval interval = ParseInterval(args[0]);
   double number = args[1].ToDouble();
   Variant date = ArgValue(args[2]);
   if (date.IsNull()) return date;
-  std::string text = interval.IsNull() ? std::string() : interval.ToString();
-  if (interval.IsNull()) ThrowRuntimeError(94);
-  return Variant::FromDate(AddToDate(text, number, DateArg(date)));
+  return Variant::FromDate(AddInterval(interval, number, DateArg(date)));
 }
 
 Variant DateDiff(BuiltinContext&, const Variant* args, int argc) {
