@@ -286,3 +286,56 @@ TEST(BuiltinsOnObjects, DefaultValuesStandForTheObject) {
 
 }  // namespace
 }  // namespace tessel::vbs::testing
+
+namespace tessel::vbs::testing {
+namespace {
+
+// An object whose default property counts its reads, like a script class
+// with a Property Get that has side effects.
+class CountingObject : public Object {
+ public:
+  explicit CountingObject(Variant value) : value_(std::move(value)) {}
+  std::string TypeName() const override { return "Counter"; }
+  Variant Invoke(DispId id, InvokeKind, std::span<Variant>) override {
+    if (id != kDispIdDefault) ThrowMemberNotFound();
+    ++reads;
+    return value_;
+  }
+  int reads = 0;
+
+ private:
+  Variant value_;
+};
+
+TEST(BuiltinsOnObjects, DefaultValueIsReadOnce) {
+  struct Case {
+    std::string_view name;
+    std::vector<Variant> extra;
+  };
+  const Case cases[] = {{"Len", {}},
+                        {"UCase", {}},
+                        {"Trim", {}},
+                        {"Left", {Variant(2)}},
+                        {"Mid", {Variant(2)}},
+                        {"InStr", {Str("b")}},
+                        {"StrComp", {Str("x")}},
+                        {"Replace", {Str("b"), Str("c")}},
+                        {"Year", {}},
+                        {"Abs", {}},
+                        {"CInt", {}},
+                        {"FormatNumber", {}},
+                        {"Hex", {}},
+                        {"Round", {}}};
+  for (const Case& c : cases) {
+    bool numeric = c.name == "Year" || c.name == "Abs" || c.name == "CInt" ||
+                   c.name == "FormatNumber" || c.name == "Hex" || c.name == "Round";
+    Ref<CountingObject> counter = MakeRef<CountingObject>(numeric ? Variant(12345) : Str("abc"));
+    std::vector<Variant> args{Variant(counter)};
+    args.insert(args.end(), c.extra.begin(), c.extra.end());
+    Call(c.name, args);
+    EXPECT_EQ(counter->reads, 1) << c.name;
+  }
+}
+
+}  // namespace
+}  // namespace tessel::vbs::testing
