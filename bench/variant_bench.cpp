@@ -59,6 +59,12 @@ void BM_CopyString(benchmark::State& state) {
 }
 BENCHMARK(BM_CopyString);
 
+void BM_CompareLong(benchmark::State& state) {
+  const Variant a(12345), b = Variant::FromInteger(99);
+  for (auto _ : state) benchmark::DoNotOptimize(tessel::Compare(a, b));
+}
+BENCHMARK(BM_CompareLong);
+
 void BM_CompareText(benchmark::State& state) {
   const Variant a("Hello World"), b("hello world");
   for (auto _ : state) benchmark::DoNotOptimize(tessel::Compare(a, b, true));

@@ -183,6 +183,21 @@ int DateTime::DaysInMonth(int64_t year, int month) noexcept {
   return month == 2 && IsLeapYear(year) ? 29 : kDays[month - 1];
 }
 
+std::string_view DateTime::MonthName(int month, bool abbreviate) noexcept {
+  static const char* const kNames[12] = {"January", "February", "March",     "April",   "May",      "June",
+                                         "July",    "August",   "September", "October", "November", "December"};
+  if (month < 1 || month > 12) return {};
+  std::string_view name = kNames[month - 1];
+  return abbreviate ? name.substr(0, 3) : name;
+}
+
+std::string_view DateTime::WeekdayName(int weekday, bool abbreviate) noexcept {
+  static const char* const kNames[7] = {"Sunday", "Monday", "Tuesday", "Wednesday", "Thursday", "Friday", "Saturday"};
+  if (weekday < 1 || weekday > 7) return {};
+  std::string_view name = kNames[weekday - 1];
+  return abbreviate ? name.substr(0, 3) : name;
+}
+
 int DateTime::ExpandYear(int year) noexcept {
   if (year < 0 || year > 99) return year;
   return year < 30 ? 2000 + year : 1900 + year;

@@ -65,6 +65,11 @@ class DateTime {
   static bool IsLeapYear(int64_t year) noexcept;
   static int DaysInMonth(int64_t year, int month) noexcept;
 
+  // English names as the US locale writes them: "February"/"Feb",
+  // "Wednesday"/"Wed" (weekday 1 = Sunday). Empty for numbers out of range.
+  static std::string_view MonthName(int month, bool abbreviate = false) noexcept;
+  static std::string_view WeekdayName(int weekday, bool abbreviate = false) noexcept;
+
   // Two-digit years: 0-29 are 2000-2029, 30-99 are 1930-1999.
   static int ExpandYear(int year) noexcept;
 

@@ -20,6 +20,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 
 namespace tessel {
@@ -92,10 +93,13 @@ class Ref {
   }
   Ref(const Ref& other) noexcept : Ref(other.p_) {}
   Ref(Ref&& other) noexcept : p_(std::exchange(other.p_, nullptr)) {}
+  // Upcasts only; use RefCast for the other direction.
   template <class U>
+    requires std::is_convertible_v<U*, T*>
   Ref(const Ref<U>& other) noexcept : Ref(static_cast<T*>(other.get())) {}
   template <class U>
-  Ref(Ref<U>&& other) noexcept : p_(static_cast<T*>(other.detach())) {}
+    requires std::is_convertible_v<U*, T*>
+  Ref(Ref<U>&& other) noexcept : p_(other.detach()) {}
   ~Ref() { reset(); }
 
   Ref& operator=(const Ref& other) noexcept {
@@ -141,6 +145,12 @@ class Ref {
 template <class T, class... Args>
 Ref<T> MakeRef(Args&&... args) {
   return Ref<T>(new T(std::forward<Args>(args)...));
+}
+
+// The object as a T, or null when it is not one (dynamic_cast).
+template <class T, class U>
+Ref<T> RefCast(const Ref<U>& from) noexcept {
+  return Ref<T>(dynamic_cast<T*>(from.get()));
 }
 
 // What For Each walks. Next() stores the next element and returns true, or

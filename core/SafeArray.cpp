@@ -13,6 +13,7 @@ __extension__ typedef unsigned __int128 UInt128;
 // for a count no machine could hold.
 size_t CountOf(std::span<const Variant::Bound> bounds) {
   if (bounds.size() > SafeArray::kMaxDimensions) ThrowRuntimeError(9);
+  if (bounds.empty()) return 0;  // a dynamic array not yet dimensioned
   UInt128 total = 1;
   for (const auto& b : bounds) {
     int64_t extent = static_cast<int64_t>(b.upper) - b.lower + 1;

@@ -24,7 +24,9 @@ class SafeArray {
   static constexpr size_t kMaxDimensions = 60;
 
   // Raises 9 "Subscript out of range" for a negative extent and 7 "Out of
-  // memory" for an absurd element count.
+  // memory" for an absurd element count. No bounds at all make the array of a
+  // `Dim a()` that has not been dimensioned yet: no elements, and LBound/UBound
+  // raise 9.
   explicit SafeArray(std::span<const Bound> bounds);
   explicit SafeArray(std::vector<Variant> elements);  // 1 dimension from 0
   SafeArray(const SafeArray& other);  // deep copy of the elements; unlocked

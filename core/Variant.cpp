@@ -111,6 +111,8 @@ std::string FormatFloat(double value, int sig) {
 
 [[noreturn]] void ThrowTypeMismatch() { ThrowRuntimeError(13); }
 
+double NumberFromText(std::string_view text);
+
 // Case-insensitive comparison of two UTF-8 texts, ASCII fast path.
 int CompareNoCase(std::string_view a, std::string_view b) {
   size_t n = std::min(a.size(), b.size());
@@ -295,9 +297,7 @@ bool Variant::ToBool() const {
       std::string_view s = Trim(u_.str->text);
       if (EqualsNoCase(s, "true")) return true;
       if (EqualsNoCase(s, "false")) return false;
-      auto d = ParseNumericText(u_.str->text);
-      if (!d) ThrowTypeMismatch();
-      return *d != 0;
+      return NumberFromText(u_.str->text) != 0;
     }
     default: ThrowTypeMismatch();
   }
@@ -317,11 +317,7 @@ double Variant::ToDouble() const {
     case VarType::Decimal: return DecimalValue().ToDouble();
     case VarType::Byte: return u_.u8;
     case VarType::Object: return Dereference().ToDouble();
-    case VarType::String: {
-      auto d = ParseNumericText(u_.str->text);
-      if (!d) ThrowTypeMismatch();
-      return *d;
-    }
+    case VarType::String: return NumberFromText(u_.str->text);
     default: ThrowTypeMismatch();
   }
 }
@@ -382,15 +378,14 @@ Currency Variant::ToCurrency() const {
     case VarType::Decimal: return DecimalValue().ToCurrency();
     case VarType::String: {
       // Through Decimal so that "0.1" is exactly one tenth.
-      auto d = ParseNumericText(u_.str->text);
-      if (!d) ThrowTypeMismatch();
+      auto d = NumberFromText(u_.str->text);
       std::string t(Trim(u_.str->text));
       std::string plain;
       for (char c : t)
         if (c != ',') plain.push_back(c == 'd' || c == 'D' ? 'E' : c);
       Decimal dec;
       if (plain.size() > 1 && plain[0] != '&' && Decimal::Parse(plain, dec)) return dec.ToCurrency();
-      return Currency::FromDouble(*d);
+      return Currency::FromDouble(d);
     }
     default: return Currency::FromDouble(ToDouble());
   }
@@ -406,14 +401,13 @@ Decimal Variant::ToDecimal() const {
     case VarType::Currency: return Decimal::FromCurrency(CurrencyValue());
     case VarType::Empty: return Decimal();
     case VarType::String: {
-      auto d = ParseNumericText(u_.str->text);
-      if (!d) ThrowTypeMismatch();
+      double d = NumberFromText(u_.str->text);
       std::string plain;
       for (char c : Trim(u_.str->text))
         if (c != ',') plain.push_back(c == 'd' || c == 'D' ? 'E' : c);
       Decimal dec;
       if (!plain.empty() && plain[0] != '&' && Decimal::Parse(plain, dec)) return dec;
-      return Decimal::FromDouble(*d);
+      return Decimal::FromDouble(d);
     }
     default: return Decimal::FromDouble(ToDouble());
   }
@@ -470,30 +464,47 @@ Variant Variant::ConvertTo(VarType type) const {
 
 // --- Text tests ---------------------------------------------------------------------
 
-std::optional<double> ParseNumericText(std::string_view text) {
+namespace {
+
+enum class NumberParse { Ok, NotNumber, Overflow };
+
+NumberParse ParseNumber(std::string_view text, double& out);
+
+// The number in a string operand: 13 when it is none, 6 when it is too large.
+double NumberFromText(std::string_view text) {
+  double d = 0;
+  switch (ParseNumber(text, d)) {
+    case NumberParse::Ok: return d;
+    case NumberParse::Overflow: ThrowRuntimeError(6);
+    default: ThrowTypeMismatch();
+  }
+}
+
+NumberParse ParseNumber(std::string_view text, double& out) {
   std::string_view s = Trim(text);
-  if (s.empty()) return std::nullopt;
+  if (s.empty()) return NumberParse::NotNumber;
   if (s.size() >= 2 && s[0] == '&') {
     char kind = static_cast<char>(s[1] | 0x20);
     int base = kind == 'h' ? 16 : kind == 'o' ? 8 : 0;
     std::string_view digits = s.substr(base ? 2 : 1);
     if (!base) base = 8;  // "&17" is octal too
-    if (digits.empty()) return std::nullopt;
+    if (digits.empty()) return NumberParse::NotNumber;
     uint64_t v = 0;
     for (char c : digits) {
       int d;
       if (c >= '0' && c <= '9') d = c - '0';
       else if (c >= 'a' && c <= 'f') d = c - 'a' + 10;
       else if (c >= 'A' && c <= 'F') d = c - 'A' + 10;
-      else return std::nullopt;
-      if (d >= base) return std::nullopt;
+      else return NumberParse::NotNumber;
+      if (d >= base) return NumberParse::NotNumber;
       v = v * base + static_cast<uint64_t>(d);
-      if (v > 0xFFFFFFFFull) return std::nullopt;
+      if (v > 0xFFFFFFFFull) return NumberParse::Overflow;
     }
     // Up to 16 bits the value is an Integer, up to 32 a Long: the top bit is
     // the sign.
-    if (v <= 0xFFFF) return static_cast<double>(static_cast<int16_t>(static_cast<uint16_t>(v)));
-    return static_cast<double>(static_cast<int32_t>(static_cast<uint32_t>(v)));
+    out = v <= 0xFFFF ? static_cast<double>(static_cast<int16_t>(static_cast<uint16_t>(v)))
+                      : static_cast<double>(static_cast<int32_t>(static_cast<uint32_t>(v)));
+    return NumberParse::Ok;
   }
   std::string clean;
   clean.reserve(s.size());
@@ -518,7 +529,7 @@ std::optional<double> ParseNumericText(std::string_view text) {
       anyDigit = true;
     }
   }
-  if (!anyDigit) return std::nullopt;
+  if (!anyDigit) return NumberParse::NotNumber;
   if (i < s.size() && (s[i] == 'e' || s[i] == 'E' || s[i] == 'd' || s[i] == 'D')) {
     clean.push_back('e');
     ++i;
@@ -528,13 +539,22 @@ std::optional<double> ParseNumericText(std::string_view text) {
       clean.push_back(s[i]);
       expDigit = true;
     }
-    if (!expDigit) return std::nullopt;
+    if (!expDigit) return NumberParse::NotNumber;
   }
-  if (i != s.size()) return std::nullopt;
+  if (i != s.size()) return NumberParse::NotNumber;
   errno = 0;
   double v = std::strtod(clean.c_str(), nullptr);
-  if (!std::isfinite(v)) return std::nullopt;
-  return v;
+  if (!std::isfinite(v)) return NumberParse::Overflow;
+  out = v;
+  return NumberParse::Ok;
+}
+
+}  // namespace
+
+std::optional<double> ParseNumericText(std::string_view text) {
+  double d = 0;
+  if (ParseNumber(text, d) != NumberParse::Ok) return std::nullopt;
+  return d;
 }
 
 bool IsNumericText(std::string_view text) { return ParseNumericText(text).has_value(); }
@@ -615,7 +635,7 @@ CompareResult CompareNumbers(const Variant& a, const Variant& b) {
 
 }  // namespace
 
-CompareResult Compare(const Variant& a0, const Variant& b0, bool textCompare) {
+CompareResult detail::CompareSlow(const Variant& a0, const Variant& b0, bool textCompare) {
   if (a0.IsNull() || b0.IsNull()) return CompareResult::Null;
   if (a0.IsObject() || b0.IsObject()) {
     Variant a = a0.Dereference(), b = b0.Dereference();

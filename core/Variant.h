@@ -31,6 +31,7 @@
 
 #include "core/Currency.h"
 #include "core/Decimal.h"
+#include "core/Error.h"
 #include "core/Object.h"
 
 namespace tessel {
@@ -82,16 +83,19 @@ class Variant {
     std::memcpy(static_cast<void*>(this), &other, sizeof(Variant));
     other.type_ = VarType::Empty;
   }
+  // Assignment stores the new value before the old one is released: the
+  // release may run a Class_Terminate that reads this variable, and `other`
+  // may live inside the old value (an element of the array being replaced).
   Variant& operator=(const Variant& other) noexcept {
-    // Take the new reference before dropping the old one: they may be the same.
-    if (other.IsCounted()) other.AddRefSlow();
-    if (IsCounted()) ReleaseSlow();
-    std::memcpy(static_cast<void*>(this), &other, sizeof(Variant));
+    Variant copy(other);
+    Variant old(std::move(*this));
+    std::memcpy(static_cast<void*>(this), &copy, sizeof(Variant));
+    copy.type_ = VarType::Empty;
     return *this;
   }
   Variant& operator=(Variant&& other) noexcept {
     if (this != &other) {
-      if (IsCounted()) ReleaseSlow();
+      Variant old(std::move(*this));
       std::memcpy(static_cast<void*>(this), &other, sizeof(Variant));
       other.type_ = VarType::Empty;
     }
@@ -127,6 +131,8 @@ class Variant {
   static Variant FromDate(double serial) noexcept { Variant r = Scalar(VarType::Date); r.u_.f64 = serial; return r; }
   static Variant FromString(std::string&& v) { return Variant(std::move(v)); }
   static Variant FromString(std::string_view v) { return Variant(v); }
+  static Variant FromString(const char* v) { return Variant(v); }
+  static Variant FromString(const std::string& v) { return Variant(v); }
   static Variant FromObject(Ref<Object> object) noexcept { return Variant(std::move(object)); }
   static Variant Nothing() noexcept { return Scalar(VarType::Object); }
   static Variant FromError(int32_t code) noexcept { Variant r = Scalar(VarType::Error); r.u_.i32 = code; return r; }
@@ -269,7 +275,22 @@ std::string SingleToString(float value);
 // - Empty against a number is 0, against a string is "", against Empty equal.
 // - Arrays and Error values raise 13 "Type mismatch".
 enum class CompareResult : int8_t { Less = -1, Equal = 0, Greater = 1, Null = 2 };
-CompareResult Compare(const Variant& a, const Variant& b, bool textCompare = false);
+namespace detail {
+CompareResult CompareSlow(const Variant& a, const Variant& b, bool textCompare);
+}
+inline CompareResult Compare(const Variant& a, const Variant& b, bool textCompare = false) {
+  VarType ta = a.Type(), tb = b.Type();
+  if (static_cast<unsigned>(ta) - 2u <= 1u && static_cast<unsigned>(tb) - 2u <= 1u) {  // Integer/Long
+    int32_t x = ta == VarType::Integer ? a.IntegerValue() : a.LongValue();
+    int32_t y = tb == VarType::Integer ? b.IntegerValue() : b.LongValue();
+    return static_cast<CompareResult>((x > y) - (x < y));
+  }
+  if (ta == VarType::Double && tb == VarType::Double) {
+    double x = a.DoubleValue(), y = b.DoubleValue();
+    return static_cast<CompareResult>((x > y) - (x < y));
+  }
+  return detail::CompareSlow(a, b, textCompare);
+}
 // Text comparison used by Compare, StrComp, InStr: -1, 0 or 1.
 int CompareStrings(std::string_view a, std::string_view b, bool textCompare);
 

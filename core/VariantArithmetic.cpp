@@ -131,17 +131,15 @@ Variant SubtractSlow(const Variant& a0, const Variant& b0) {
 
 }  // namespace detail
 
-Variant Multiply(const Variant& a0, const Variant& b0) {
-  if (a0.Type() == VarType::Long && b0.Type() == VarType::Long) {
-    int32_t r;
-    if (!__builtin_mul_overflow(a0.LongValue(), b0.LongValue(), &r)) return Variant(r);
-  } else if (a0.Type() == VarType::Double && b0.Type() == VarType::Double) {
-    return CheckedDouble(a0.DoubleValue() * b0.DoubleValue());
-  }
+namespace detail {
+
+Variant MultiplySlow(const Variant& a0, const Variant& b0) {
   if (a0.IsNull() || b0.IsNull()) return Variant::Null();
   if (a0.IsObject() || b0.IsObject()) return Multiply(a0.Dereference(), b0.Dereference());
   return Numeric(Op::Mul, a0, b0, ArithmeticRank(RankOf(a0), RankOf(b0)));
 }
+
+}  // namespace detail
 
 Variant Divide(const Variant& a0, const Variant& b0) {
   if (a0.IsNull() || b0.IsNull()) return Variant::Null();

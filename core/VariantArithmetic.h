@@ -34,6 +34,8 @@
 //   Not Null: Null.
 #pragma once
 
+#include <cstdint>
+
 #include "core/Variant.h"
 
 namespace tessel {
@@ -41,15 +43,47 @@ namespace tessel {
 namespace detail {
 Variant AddSlow(const Variant& a, const Variant& b);
 Variant SubtractSlow(const Variant& a, const Variant& b);
+Variant MultiplySlow(const Variant& a, const Variant& b);
+
+// Integer (2) or Long (3).
+inline bool IsSmallIntegral(VarType t) noexcept { return static_cast<unsigned>(t) - 2u <= 1u; }
+inline int32_t SmallIntegralValue(const Variant& v) noexcept {
+  return v.Type() == VarType::Integer ? v.IntegerValue() : v.LongValue();
+}
+// Integer op Integer stays Integer while it fits, else Long; with a Long
+// operand the result is Long. False when even Long overflows.
+inline bool FitSmallIntegral(const Variant& a, const Variant& b, int64_t r, Variant& out) noexcept {
+  if (a.Type() == VarType::Integer && b.Type() == VarType::Integer && r >= -32768 && r <= 32767) {
+    out = Variant::FromInteger(static_cast<int16_t>(r));
+    return true;
+  }
+  if (r >= INT32_MIN && r <= INT32_MAX) {
+    out = Variant(static_cast<int32_t>(r));
+    return true;
+  }
+  return false;
+}
+// Double with Double, Integer or Long.
+inline bool IsDoublePair(const Variant& a, const Variant& b) noexcept {
+  return (a.Type() == VarType::Double && (b.Type() == VarType::Double || IsSmallIntegral(b.Type()))) ||
+         (b.Type() == VarType::Double && IsSmallIntegral(a.Type()));
+}
+inline double DoubleOf(const Variant& v) noexcept {
+  return v.Type() == VarType::Double ? v.DoubleValue() : SmallIntegralValue(v);
+}
 }  // namespace detail
 
-// a + b. Long and Double pairs take an inline path.
+// a + b. Integer, Long and Double pairs take an inline path.
 inline Variant Add(const Variant& a, const Variant& b) {
   if (a.Type() == VarType::Long && b.Type() == VarType::Long) {
     int32_t r;
     if (!__builtin_add_overflow(a.LongValue(), b.LongValue(), &r)) return Variant(r);
-  } else if (a.Type() == VarType::Double && b.Type() == VarType::Double) {
-    double r = a.DoubleValue() + b.DoubleValue();
+  } else if (detail::IsSmallIntegral(a.Type()) && detail::IsSmallIntegral(b.Type())) {
+    Variant out;
+    int64_t r = int64_t{detail::SmallIntegralValue(a)} + detail::SmallIntegralValue(b);
+    if (detail::FitSmallIntegral(a, b, r, out)) return out;
+  } else if (detail::IsDoublePair(a, b)) {
+    double r = detail::DoubleOf(a) + detail::DoubleOf(b);
     if (__builtin_isfinite(r)) return Variant(r);  // overflow raises in the slow path
   }
   return detail::AddSlow(a, b);
@@ -60,14 +94,30 @@ inline Variant Subtract(const Variant& a, const Variant& b) {
   if (a.Type() == VarType::Long && b.Type() == VarType::Long) {
     int32_t r;
     if (!__builtin_sub_overflow(a.LongValue(), b.LongValue(), &r)) return Variant(r);
-  } else if (a.Type() == VarType::Double && b.Type() == VarType::Double) {
-    double r = a.DoubleValue() - b.DoubleValue();
-    if (__builtin_isfinite(r)) return Variant(r);  // overflow raises in the slow path
+  } else if (detail::IsSmallIntegral(a.Type()) && detail::IsSmallIntegral(b.Type())) {
+    Variant out;
+    int64_t r = int64_t{detail::SmallIntegralValue(a)} - detail::SmallIntegralValue(b);
+    if (detail::FitSmallIntegral(a, b, r, out)) return out;
+  } else if (detail::IsDoublePair(a, b)) {
+    double r = detail::DoubleOf(a) - detail::DoubleOf(b);
+    if (__builtin_isfinite(r)) return Variant(r);
   }
   return detail::SubtractSlow(a, b);
 }
 
-Variant Multiply(const Variant& a, const Variant& b);
+// a * b.
+inline Variant Multiply(const Variant& a, const Variant& b) {
+  if (detail::IsSmallIntegral(a.Type()) && detail::IsSmallIntegral(b.Type())) {
+    Variant out;
+    int64_t r = int64_t{detail::SmallIntegralValue(a)} * detail::SmallIntegralValue(b);
+    if (detail::FitSmallIntegral(a, b, r, out)) return out;
+  } else if (detail::IsDoublePair(a, b)) {
+    double r = detail::DoubleOf(a) * detail::DoubleOf(b);
+    if (__builtin_isfinite(r)) return Variant(r);
+  }
+  return detail::MultiplySlow(a, b);
+}
+
 Variant Divide(const Variant& a, const Variant& b);
 Variant IntDivide(const Variant& a, const Variant& b);
 Variant Mod(const Variant& a, const Variant& b);

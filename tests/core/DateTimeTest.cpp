@@ -49,6 +49,9 @@ TEST(DateTime, SplitRoundTripsAndRounds) {
   EXPECT_EQ(DateTime::Weekday(Serial(2024, 2, 28)), 4);  // Wednesday
   EXPECT_EQ(DateTime::Weekday(0), 7);
   EXPECT_EQ(DateTime::Weekday(-1), 6);
+  EXPECT_EQ(DateTime::WeekdayName(DateTime::Weekday(Serial(2024, 2, 28))), "Wednesday");
+  EXPECT_EQ(DateTime::MonthName(2, true), "Feb");
+  EXPECT_EQ(DateTime::MonthName(13), "");
 }
 
 TEST(DateTime, ParsesUsDateForms) {

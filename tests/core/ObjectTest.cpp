@@ -119,6 +119,59 @@ TEST(Object, CycleThroughDestructorDoesNotDoubleFree) {
   EXPECT_EQ(log.size(), 4u);
 }
 
+// Walks 1..n.
+class Range : public Enumerator {
+ public:
+  explicit Range(int n) : n_(n) {}
+  bool Next(Variant& out) override {
+    if (i_ >= n_) return false;
+    out = Variant(++i_);
+    return true;
+  }
+
+ private:
+  int n_;
+  int i_ = 0;
+};
+
+class RangeCollection : public Object {
+ public:
+  std::string TypeName() const override { return "RangeCollection"; }
+  Ref<Object> NewEnum() override { return MakeRef<Range>(3); }
+};
+
+TEST(Object, EnumeratorThroughNewEnum) {
+  Ref<Object> collection = MakeRef<RangeCollection>();
+  Ref<Enumerator> e = RefCast<Enumerator>(collection->NewEnum());
+  ASSERT_TRUE(e);
+  EXPECT_FALSE(RefCast<Enumerator>(collection));
+  int sum = 0;
+  for (Variant v; e->Next(v);) sum += v.LongValue();
+  EXPECT_EQ(sum, 6);
+}
+
+// Hands itself out while being destroyed, as a destructor that calls a
+// function taking a Ref would.
+class SelfReferencing : public Object {
+ public:
+  explicit SelfReferencing(int& destroyed) : destroyed_(destroyed) {}
+  ~SelfReferencing() override {
+    Ref<Object> self(this);
+    Variant alsoSelf(self);
+    ++destroyed_;
+  }
+  std::string TypeName() const override { return "SelfReferencing"; }
+
+ private:
+  int& destroyed_;
+};
+
+TEST(Object, ReferencesTakenDuringDestructionAreHarmless) {
+  int destroyed = 0;
+  { Ref<Object> r = MakeRef<SelfReferencing>(destroyed); }
+  EXPECT_EQ(destroyed, 1);
+}
+
 TEST(Object, TerminateMayKeepTheObjectAlive) {
   Ref<Object> slot;
   int destroyed = 0;

@@ -30,6 +30,9 @@ TEST(SafeArray, BoundsAndSubscripts) {
   EXPECT_EQ(ErrorNumberOf([&] { Variant::NewArray(negative); }), 9);
   Variant::Bound none[] = {{0, -1}};
   EXPECT_EQ(Variant::NewArray(none).ArrayValue().Count(), 0u);
+  Variant undimensioned = Variant::NewArray({});
+  EXPECT_EQ(undimensioned.ArrayValue().Count(), 0u);
+  EXPECT_EQ(ErrorNumberOf([&] { undimensioned.ArrayValue().UpperBound(1); }), 9);
 }
 
 TEST(SafeArray, AssignmentCopiesOnWrite) {
@@ -49,6 +52,13 @@ TEST(SafeArray, AssignmentCopiesOnWrite) {
   copy.MutableArray().At(zero).MutableArray().At(zero) = Variant(7);
   EXPECT_EQ(outer.ArrayValue().At(zero).ArrayValue().At(zero).LongValue(), 1);
   EXPECT_EQ(ErrorNumberOf([] { Variant(1).MutableArray(); }), 13);
+  // Replacing an array by one of its own elements keeps the element alive.
+  Variant holder = Variant::FromVector({Variant(std::string(50, 'e'))});
+  holder = holder.ArrayValue().At(zero);
+  EXPECT_EQ(holder.StringValue(), std::string(50, 'e'));
+  Variant moved = Variant::FromVector({Variant(std::string(50, 'm'))});
+  moved = std::move(moved.MutableArray().At(zero));
+  EXPECT_EQ(moved.StringValue(), std::string(50, 'm'));
 }
 
 TEST(SafeArray, RedimPreserveKeepsElements) {

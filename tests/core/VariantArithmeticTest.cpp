@@ -37,6 +37,11 @@ TEST(Arithmetic, AddPromotesOnOverflow) {
   ExpectValue(Add(Variant::FromSingle(1.5f), Variant(1)), VarType::Double, "2.5");
   ExpectValue(Add(Variant(true), Variant(true)), VarType::Integer, "-2");
   ExpectValue(Add(Variant(0.1), Variant(0.2)), VarType::Double, "0.3");
+  ExpectValue(Add(Variant(0.5), I(1)), VarType::Double, "1.5");
+  ExpectValue(Add(I(-32768), Variant(-1)), VarType::Long, "-32769");
+  ExpectValue(Subtract(Variant(INT32_MIN), I(1)), VarType::Double, "-2147483649");
+  ExpectValue(Multiply(Variant(2.5), Variant(4)), VarType::Double, "10");
+  ExpectValue(Multiply(Variant(65536), I(-32768)), VarType::Long, "-2147483648");
   EXPECT_EQ(ErrorNumberOf([] { Add(Variant(1e308), Variant(1e308)); }), 6);
 }
 

@@ -66,6 +66,10 @@ TEST(Variant, StringCopiesShareTheBuffer) {
   a = Variant(5);
   EXPECT_EQ(c.StringValue().size(), 100u);
   c = c;  // self-assignment keeps the value
+  std::string lvalue = "lv";
+  EXPECT_EQ(Variant::FromString("lit").StringValue(), "lit");
+  EXPECT_EQ(Variant::FromString(lvalue).StringValue(), "lv");
+  EXPECT_EQ(Variant::FromString(std::string_view("sv")).StringValue(), "sv");
   EXPECT_EQ(c.StringValue().size(), 100u);
 }
 
@@ -154,6 +158,9 @@ TEST(Variant, ToDoubleReadsNumericText) {
   EXPECT_DOUBLE_EQ(Variant("5.").ToDouble(), 5);
   EXPECT_DOUBLE_EQ(Variant("+7").ToDouble(), 7);
   EXPECT_DOUBLE_EQ(Variant(true).ToDouble(), -1);
+  EXPECT_EQ(ErrorNumberOf([] { Variant("1e400").ToDouble(); }), 6);
+  EXPECT_EQ(ErrorNumberOf([] { Variant("&H123456789").ToLong(); }), 6);
+  EXPECT_FALSE(IsNumericText("1e400"));
   for (const char* bad : {"", " ", "abc", "1.2.3", "1e", "$5", "&H", "&HG", "1 2", ",5", "-"}) {
     EXPECT_EQ(ErrorNumberOf([&] { Variant(bad).ToDouble(); }), 13) << bad;
   }
@@ -209,6 +216,9 @@ TEST(Variant, ConvertToGivesTheRequestedSubtype) {
 TEST(Compare, NumbersStringsEmptyAndNull) {
   EXPECT_EQ(Compare(Variant(1), Variant(2.5)), CompareResult::Less);
   EXPECT_EQ(Compare(Variant::FromInteger(3), Variant(3.0)), CompareResult::Equal);
+  EXPECT_EQ(Compare(Variant::FromInteger(-3), Variant(2)), CompareResult::Less);
+  EXPECT_EQ(Compare(Variant(7), Variant::FromInteger(7)), CompareResult::Equal);
+  EXPECT_EQ(Compare(Variant(2.5), Variant(1.5)), CompareResult::Greater);
   EXPECT_EQ(Compare(Variant(true), Variant(-1)), CompareResult::Equal);
   EXPECT_EQ(Compare(Variant("10"), Variant(5)), CompareResult::Greater);  // a string beats any number
   EXPECT_EQ(Compare(Variant(5), Variant("1")), CompareResult::Less);
