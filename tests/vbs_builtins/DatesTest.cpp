@@ -120,6 +120,7 @@ TEST(BuiltinDates, SerialsAndValues) {
       {"TimeSerial", {L(12), L(30), L(0)}, Variant::FromDate(0.5 + 30.0 / 1440)},
       {"TimeSerial", {L(25), L(0), L(0)}, Date(1899, 12, 31, 1)},
       {"TimeSerial", {L(0), L(90), L(0)}, Variant::FromDate(1.5 / 24)},
+      {"TimeSerial", {L(12 - 6), L(-15), L(0)}, Variant::FromDate(5.75 / 24)},
       {"DateValue", {Date(2024, 2, 28, 13)}, Date(2024, 2, 28)},
       {"DateValue", {Str("2024-02-28 10:00")}, Date(2024, 2, 28)},
       {"TimeValue", {Date(2024, 2, 28, 12)}, Variant::FromDate(0.5)},
