@@ -15,6 +15,8 @@
 
 #include "audit/HuntErr.h"
 #include "core/RuntimeError.h"
+#include "store/Attributes.h"
+#include "store/TransactionContext.h"
 
 namespace tessel {
 namespace {
@@ -595,6 +597,83 @@ xmlNodePtr XMLWrapper::AddElement(xmlNodePtr nodeToInsert, xmlNodePtr destinatio
     ErrorInRethrow("XMLWrapper.AddElement(nodToInsert, nodDestination, ctxInsertPos)",
                    {NodeArg(nodeToInsert), NodeArg(destination)});
   }
+}
+
+xmlNodePtr XMLWrapper::AddElement(xmlNodePtr nodeToInsert, xmlNodePtr destination,
+                                  TransactionContext* insertPos) {
+  try {
+    if (insertPos == nullptr || (nodeToInsert != nullptr && nodeToInsert->type == XML_DOCUMENT_NODE)) {
+      return AddElement(nodeToInsert, destination);
+    }
+    xmlNodePtr added = AddElement(nodeToInsert, insertPos->ContextNode());
+    if (insertPos->AutoUpdate()) insertPos->SetNode(added);
+    return added;
+  } catch (...) {
+    ErrorInRethrow("XMLWrapper.AddElement(nodToInsert, nodDestination, ctxInsertPos)",
+                   {NodeArg(nodeToInsert), NodeArg(destination)});
+  }
+}
+
+Ref<TransactionContext> XMLWrapper::CreateContext() {
+  Ref<TransactionContext> context = MakeRef<TransactionContext>();
+  context->SetXWrapper(this);
+  return context;
+}
+
+xmlNodePtr XMLWrapper::GenerateNode(std::string_view elementName, const Variant& data, Attributes* attributes,
+                                    std::string_view namespaceUri) {
+  try {
+    xmlNodePtr node = GenerateNode(elementName, data, namespaceUri);
+    if (attributes != nullptr) attributes->CopyAttributesOntoNode(node);
+    return node;
+  } catch (...) {
+    ErrorInRethrow("XMLWrapper.GenerateNode(strElementName, varData, atrAttributes, sNamespace)",
+                   {Variant(elementName), data, Variant::Nothing(), Variant(namespaceUri)});
+  }
+}
+
+xmlNodePtr XMLWrapper::CloneNode(xmlNodePtr node, bool deep) {
+  try {
+    RequireNode(node);
+    xmlNodePtr copy = xmlDocCopyNode(node, RequireDocument(), deep ? 1 : 2);
+    if (copy == nullptr) throw std::bad_alloc();
+    xmlAddChild(Detached(), copy);
+    return copy;
+  } catch (...) {
+    ErrorInRethrow("XMLWrapper.CloneNode(nod, bDeep)", {NodeArg(node), Variant(deep)});
+  }
+}
+
+void XMLWrapper::KeepGenerated(xmlNodePtr node) {
+  try {
+    RequireNode(node);
+    Check(node->doc == RequireDocument() && node->parent == nullptr, Error::kGeneral,
+          "Only an unlinked node of this document can be kept.");
+    xmlAddChild(Detached(), node);
+  } catch (...) {
+    ErrorInRethrow("XMLWrapper.KeepGenerated(nod)", {NodeArg(node)});
+  }
+}
+
+void XMLWrapper::DetachNode(xmlNodePtr node) {
+  try {
+    RequireNode(node);
+    if (node->parent == nullptr || node->type != XML_ELEMENT_NODE) RaiseNotSet();
+    if (IsDetachedHolder(node->parent)) return;
+    Check(node->doc == RequireDocument(), Error::kGeneral, "The node belongs to another document.");
+    xmlUnlinkNode(node);
+    xmlAddChild(Detached(), node);
+  } catch (...) {
+    ErrorInRethrow("XMLWrapper.DetachNode(nod)", {NodeArg(node)});
+  }
+}
+
+bool XMLWrapper::IsInTree(xmlNodePtr node) const {
+  for (xmlNodePtr up = node; up != nullptr; up = up->parent) {
+    if (up->type == XML_DOCUMENT_NODE) return true;
+    if (IsDetachedHolder(up)) return false;
+  }
+  return false;
 }
 
 xmlNodePtr XMLWrapper::GenerateNode(std::string_view elementName, const Variant& data,

@@ -41,6 +41,9 @@
 
 namespace tessel {
 
+class Attributes;
+class TransactionContext;
+
 class XMLWrapper : public Object {
  public:
   XMLWrapper();
@@ -86,11 +89,34 @@ class XMLWrapper : public Object {
   // text node it merged into for a text node. A document node instead replaces
   // this wrapper's document by a reparse of its text (7707 when that fails).
   xmlNodePtr AddElement(xmlNodePtr nodeToInsert, xmlNodePtr destination);
+  // The same, placed by a context: with `insertPos` set the node goes under
+  // its ContextNode (`destination` is not looked at), and an AutoUpdate
+  // context then moves to the inserted node.
+  xmlNodePtr AddElement(xmlNodePtr nodeToInsert, xmlNodePtr destination, TransactionContext* insertPos);
+  // A new context over this document, on no node yet.
+  Ref<TransactionContext> CreateContext();
   // A new element, not yet in the tree. `data` becomes its text unless it is
   // empty, null or "". A non-empty `namespaceUri` puts the element in that
   // namespace, with the prefix of `elementName` if it has one.
   xmlNodePtr GenerateNode(std::string_view elementName, const Variant& data = Variant(),
                           std::string_view namespaceUri = {});
+  // The same, with the bag's attributes moved onto the new element (the bag
+  // is empty afterwards) when `attributes` is set.
+  xmlNodePtr GenerateNode(std::string_view elementName, const Variant& data, Attributes* attributes,
+                          std::string_view namespaceUri = {});
+  // A copy of `node` (with its subtree when `deep`) in this document, kept
+  // with the generated nodes until AddElement puts it into the tree.
+  xmlNodePtr CloneNode(xmlNodePtr node, bool deep);
+  // Takes an unlinked node of this document, made by other means, into the
+  // generated nodes (freed with the document unless AddElement links it).
+  void KeepGenerated(xmlNodePtr node);
+  // Takes an element out of the tree without freeing it: it stays with the
+  // generated nodes until the document goes, so that views of it held
+  // elsewhere stay valid. 91 for a node without a parent.
+  void DetachNode(xmlNodePtr node);
+  // True when the node hangs in the document's tree rather than among the
+  // generated nodes.
+  bool IsInTree(xmlNodePtr node) const;
   // A new wrapper holding a deep copy of the node the query finds; for "/" a
   // copy of the whole document, declaration included.
   Ref<XMLWrapper> CopyNodeIntoNewWrapper(std::string_view xpathToNode);

@@ -1,0 +1,199 @@
+#include "store/DataNodes.h"
+
+#include <libxml/dict.h>
+
+#include <cstring>
+#include <new>
+
+namespace tessel {
+namespace {
+
+const xmlChar* X(const char* text) { return reinterpret_cast<const xmlChar*>(text); }
+const char* C(const xmlChar* text) { return reinterpret_cast<const char*>(text); }
+
+// Room inside a text node for a short text: its properties and nsDef slots.
+constexpr size_t kInlineRoom = sizeof(void*) * 2;
+
+}  // namespace
+
+xmlNodePtr DataNodes::NewText(xmlDocPtr doc, std::string_view text, bool shareInDictionary) {
+  xmlNodePtr node = xmlNewDocText(doc, nullptr);
+  if (node == nullptr) throw std::bad_alloc();
+  if (text.size() < kInlineRoom) {
+    char* room = reinterpret_cast<char*>(&node->properties);
+    std::memcpy(room, text.data(), text.size());
+    room[text.size()] = '\0';
+    node->content = reinterpret_cast<xmlChar*>(room);
+  } else if (shareInDictionary && doc != nullptr && doc->dict != nullptr) {
+    node->content = const_cast<xmlChar*>(
+        xmlDictLookup(doc->dict, reinterpret_cast<const xmlChar*>(text.data()), static_cast<int>(text.size())));
+  } else {
+    node->content = xmlStrndup(reinterpret_cast<const xmlChar*>(text.data()), static_cast<int>(text.size()));
+  }
+  if (node->content == nullptr) {
+    xmlFreeNode(node);
+    throw std::bad_alloc();
+  }
+  return node;
+}
+
+xmlAttrPtr DataNodes::FindAttribute(xmlNodePtr element, std::string_view name) {
+  if (element == nullptr || element->type != XML_ELEMENT_NODE) return nullptr;
+  for (xmlAttrPtr a = element->properties; a != nullptr; a = a->next) {
+    if (a->ns == nullptr && name == C(a->name)) return a;
+  }
+  return nullptr;
+}
+
+void DataNodes::SetAttribute(xmlNodePtr element, const char* name, std::string_view text, bool shareInDictionary) {
+  xmlAttrPtr attribute = FindAttribute(element, name);
+  if (attribute == nullptr) {
+    attribute = xmlNewProp(element, X(name), nullptr);
+    if (attribute == nullptr) throw std::bad_alloc();
+  } else if (attribute->children != nullptr) {
+    xmlFreeNodeList(attribute->children);
+  }
+  xmlNodePtr value = NewText(element->doc, text, shareInDictionary);
+  value->parent = reinterpret_cast<xmlNodePtr>(attribute);
+  attribute->children = value;
+  attribute->last = value;
+}
+
+std::string DataNodes::AttributeValue(xmlAttrPtr attribute) {
+  xmlNodePtr child = attribute->children;
+  if (child != nullptr && child->next == nullptr && child->type == XML_TEXT_NODE) {
+    return child->content ? C(child->content) : "";
+  }
+  xmlChar* value = xmlNodeListGetString(attribute->doc, attribute->children, 1);
+  std::string text = value ? C(value) : "";
+  xmlFree(value);
+  return text;
+}
+
+bool DataNodes::AttributeEquals(xmlAttrPtr attribute, std::string_view text) {
+  xmlNodePtr child = attribute->children;
+  if (child == nullptr) return text.empty();
+  if (child->next == nullptr && child->type == XML_TEXT_NODE) {
+    const char* content = child->content ? C(child->content) : "";
+    return std::strlen(content) == text.size() && std::memcmp(content, text.data(), text.size()) == 0;
+  }
+  return AttributeValue(attribute) == text;
+}
+
+xmlNodePtr DataNodes::CloneElement(xmlDocPtr doc, xmlNodePtr source) {
+  if (source->type != XML_ELEMENT_NODE || source->ns != nullptr || source->nsDef != nullptr) {
+    xmlNodePtr copy = xmlDocCopyNode(source, doc, 1);
+    if (copy == nullptr) throw std::bad_alloc();
+    return copy;
+  }
+  xmlNodePtr copy = xmlNewDocNode(doc, nullptr, source->name, nullptr);
+  if (copy == nullptr) throw std::bad_alloc();
+  try {
+    for (xmlAttrPtr a = source->properties; a != nullptr; a = a->next) {
+      if (a->ns != nullptr) {
+        if (xmlCopyProp(copy, a) == nullptr) throw std::bad_alloc();
+        continue;
+      }
+      SetAttribute(copy, C(a->name), AttributeValue(a), true);
+    }
+    for (xmlNodePtr child = source->children; child != nullptr; child = child->next) {
+      xmlNodePtr added;
+      if (child->type == XML_TEXT_NODE) {
+        added = NewText(doc, child->content ? C(child->content) : "");
+      } else if (child->type == XML_ELEMENT_NODE) {
+        added = CloneElement(doc, child);
+      } else {
+        added = xmlDocCopyNode(child, doc, 1);
+        if (added == nullptr) throw std::bad_alloc();
+      }
+      // Linked by hand: xmlAddChild would merge neighbouring text nodes.
+      added->parent = copy;
+      added->prev = copy->last;
+      if (copy->last != nullptr) copy->last->next = added; else copy->children = added;
+      copy->last = added;
+    }
+  } catch (...) {
+    xmlFreeNode(copy);
+    throw;
+  }
+  return copy;
+}
+
+bool DataNodes::IsElement(xmlNodePtr node, std::string_view name) {
+  return node != nullptr && node->type == XML_ELEMENT_NODE && node->ns == nullptr && name == C(node->name);
+}
+
+xmlNodePtr DataNodes::FirstChildElement(xmlNodePtr parent, std::string_view name) {
+  if (parent == nullptr) return nullptr;
+  for (xmlNodePtr c = parent->children; c != nullptr; c = c->next) {
+    if (IsElement(c, name)) return c;
+  }
+  return nullptr;
+}
+
+xmlNodePtr DataNodes::ChildWithAttribute(xmlNodePtr parent, std::string_view name, const char* attribute,
+                                         std::string_view value) {
+  if (parent == nullptr) return nullptr;
+  for (xmlNodePtr c = parent->children; c != nullptr; c = c->next) {
+    if (!IsElement(c, name)) continue;
+    xmlAttrPtr a = FindAttribute(c, attribute);
+    if (a != nullptr && AttributeEquals(a, value)) return c;
+  }
+  return nullptr;
+}
+
+bool DataNodes::HasText(xmlNodePtr node) {
+  if (node == nullptr) return false;
+  switch (node->type) {
+    case XML_TEXT_NODE:
+    case XML_CDATA_SECTION_NODE:
+      return node->content != nullptr && node->content[0] != '\0';
+    case XML_ELEMENT_NODE:
+      for (xmlNodePtr c = node->children; c != nullptr; c = c->next) {
+        if ((c->type == XML_TEXT_NODE || c->type == XML_CDATA_SECTION_NODE || c->type == XML_ELEMENT_NODE ||
+             c->type == XML_ENTITY_REF_NODE) &&
+            HasText(c)) {
+          return true;
+        }
+      }
+      return false;
+    default:
+      return !Text(node).empty();
+  }
+}
+
+std::string DataNodes::Text(xmlNodePtr node) {
+  if (node == nullptr) return {};
+  if (node->type == XML_ELEMENT_NODE) {
+    xmlNodePtr only = node->children;
+    if (only == nullptr) return {};
+    if (only->next == nullptr && only->type == XML_TEXT_NODE) return only->content ? C(only->content) : "";
+  }
+  xmlChar* content = xmlNodeGetContent(node);
+  std::string text = content ? C(content) : "";
+  xmlFree(content);
+  return text;
+}
+
+void DataNodes::SetText(xmlNodePtr node, std::string_view text) {
+  if (node->type == XML_ELEMENT_NODE) {
+    RemoveChildren(node);
+    if (text.empty()) return;
+    xmlNodePtr value = NewText(node->doc, text);
+    value->parent = node;
+    node->children = value;
+    node->last = value;
+    return;
+  }
+  std::string copy(text);
+  xmlNodeSetContent(node, X(copy.c_str()));
+}
+
+void DataNodes::RemoveChildren(xmlNodePtr node) {
+  xmlNodePtr child = node->children;
+  node->children = nullptr;
+  node->last = nullptr;
+  if (child != nullptr) xmlFreeNodeList(child);
+}
+
+}  // namespace tessel

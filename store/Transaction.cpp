@@ -1,0 +1,683 @@
+#include "store/Transaction.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <libxml/xmlsave.h>
+
+#include "audit/HuntErr.h"
+#include "core/BooleanText.h"
+#include "core/Decimal.h"
+#include "core/RuntimeError.h"
+#include "core/SafeArray.h"
+#include "core/TimeText.h"
+#include "job/TransformDefinition.h"
+#include "store/DataNodes.h"
+#include "store/TransactionContext.h"
+#include "store/TransactionFactory.h"
+#include "store/XMLWrapper.h"
+
+namespace tessel {
+namespace {
+
+const char* C(const xmlChar* text) { return reinterpret_cast<const char*>(text); }
+
+// The value as the text a VALUE holds.
+std::string ValueText(const Variant& value) {
+  if (value.IsString()) return std::string(value.StringValue());
+  if (value.IsNull() || value.IsEmpty()) return {};
+  return value.ToString();
+}
+
+bool IsEmptyValue(const Variant& value) {
+  if (value.IsNull() || value.IsEmpty()) return true;
+  if (value.IsString()) return value.StringValue().empty();
+  return false;
+}
+
+std::vector<xmlNodePtr> ChildElements(xmlNodePtr parent) {
+  std::vector<xmlNodePtr> out;
+  if (parent == nullptr) return out;
+  for (xmlNodePtr c = parent->children; c != nullptr; c = c->next) {
+    if (c->type == XML_ELEMENT_NODE) out.push_back(c);
+  }
+  return out;
+}
+
+// The nodes of VALUES/* from a FIELD.
+std::vector<xmlNodePtr> ValueNodes(xmlNodePtr field) {
+  std::vector<xmlNodePtr> out;
+  for (xmlNodePtr values = field->children; values != nullptr; values = values->next) {
+    if (!DataNodes::IsElement(values, "VALUES")) continue;
+    for (xmlNodePtr c = values->children; c != nullptr; c = c->next) {
+      if (c->type == XML_ELEMENT_NODE) out.push_back(c);
+    }
+  }
+  return out;
+}
+
+xmlNodePtr ElementSibling(xmlNodePtr node, bool forward) {
+  for (xmlNodePtr s = forward ? node->next : node->prev; s != nullptr; s = forward ? s->next : s->prev) {
+    if (s->type == XML_ELEMENT_NODE) return s;
+  }
+  return nullptr;
+}
+
+// A new empty file in `folder`, named like the platform's temporary files:
+// up to three characters of the prefix, four hexadecimal digits, ".tmp".
+std::string NewTempFile(const std::filesystem::path& folder, std::string_view prefix) {
+  std::string start(prefix.substr(0, 3));
+  static thread_local unsigned counter = static_cast<unsigned>(::getpid());
+  for (int attempt = 0; attempt < 0x10000; ++attempt) {
+    char digits[8];
+    std::snprintf(digits, sizeof digits, "%04X", (++counter) & 0xFFFFu);
+    std::filesystem::path candidate = folder / (start + digits + ".tmp");
+    int fd = ::open(candidate.c_str(), O_CREAT | O_EXCL | O_WRONLY, 0644);
+    if (fd >= 0) {
+      ::close(fd);
+      return candidate.string();
+    }
+    if (errno != EEXIST) break;
+  }
+  Check(false, 9546, "Cannot create temp file in [%1].", Variant(folder.string()));
+  return {};
+}
+
+}  // namespace
+
+Transaction::Transaction() = default;
+Transaction::~Transaction() = default;
+
+void Transaction::SetTransactionMetaData(xmlNodePtr node) {
+  metaData_ = node;
+  haveId_ = false;
+  haveParentId_ = false;
+}
+
+void Transaction::SetFieldMetaDataDictionary(std::shared_ptr<const FieldDictionary> dictionary) {
+  fields_ = std::move(dictionary);
+  fieldCount_ = fields_ ? static_cast<int32_t>(fields_->Count()) : 0;
+}
+
+void Transaction::SetData(xmlNodePtr node) {
+  try {
+    data_ = node;
+    if (data_ == nullptr) return;
+    xmlAttrPtr stamp = DataNodes::FindAttribute(data_, "timestamp");
+    if (stamp == nullptr || DataNodes::AttributeValue(stamp).empty()) SetTimeStamp();
+  } catch (...) {
+    ErrorInRethrow("Transaction.Data(nodData)", {});
+  }
+}
+
+void Transaction::SetTimeStamp() { DataNodes::SetAttribute(data_, "timestamp", TimeText::Time()); }
+
+void Transaction::SetXWrapper(Ref<XMLWrapper> wrapper) {
+  if (!wrapper_) wrapper_ = std::move(wrapper);
+}
+
+void Transaction::SetFactory(std::weak_ptr<TransactionFactory> factory,
+                             std::shared_ptr<tessel::TransformDefinition> definition) {
+  factory_ = std::move(factory);
+  definition_ = std::move(definition);
+}
+
+std::shared_ptr<TransactionFactory> Transaction::Factory() const {
+  std::shared_ptr<TransactionFactory> factory = factory_.lock();
+  if (!factory) ThrowRuntimeError(91);
+  return factory;
+}
+
+void Transaction::NotifyChange() {
+  if (wrapper_ && data_ != nullptr && wrapper_->IsInTree(data_)) {
+    if (std::shared_ptr<TransactionFactory> factory = factory_.lock()) factory->RecordChanged(data_);
+  }
+}
+
+void Transaction::RequireData() const {
+  if (data_ == nullptr) ThrowRuntimeError(91);
+}
+
+std::string Transaction::TranAttribute(std::string_view name) {
+  try {
+    RequireData();
+    xmlAttrPtr a = DataNodes::FindAttribute(data_, name);
+    Check(a != nullptr, 7701, "No matching attribute [%1] could be found in the node.", Variant(name));
+    return DataNodes::AttributeValue(a);
+  } catch (...) {
+    ErrorInRethrow("Transaction.TranAttribute(sName)", {Variant(name)});
+  }
+}
+
+std::string Transaction::OptionalAttribute(const char* name) {
+  RequireData();
+  xmlAttrPtr a = DataNodes::FindAttribute(data_, name);
+  return a ? DataNodes::AttributeValue(a) : std::string();
+}
+
+std::string Transaction::Summary() { return OptionalAttribute("summary"); }
+void Transaction::SetSummary(std::string_view value) { SetTranAttribute("summary", Variant(value)); }
+
+int32_t Transaction::Status() {
+  try {
+    std::string text = OptionalAttribute("status");
+    return text.empty() ? 0 : Variant(text).ToLong();
+  } catch (...) {
+    ErrorInRethrow("Transaction.Status()", {});
+  }
+}
+void Transaction::SetStatus(int32_t value) { SetTranAttribute("status", Variant(value)); }
+std::string Transaction::OrigTranLocation() { return OptionalAttribute("uri"); }
+void Transaction::SetOrigTranLocation(std::string_view value) { SetTranAttribute("uri", Variant(value)); }
+std::string Transaction::OrigTranCoordinate() { return OptionalAttribute("uricoord"); }
+void Transaction::SetOrigTranCoordinate(std::string_view value) { SetTranAttribute("uricoord", Variant(value)); }
+
+const std::string& Transaction::TransactionId() {
+  try {
+    if (!haveId_) {
+      if (metaData_ == nullptr) ThrowRuntimeError(91);
+      xmlAttrPtr a = DataNodes::FindAttribute(metaData_, "id");
+      Check(a != nullptr, 7701, "No matching attribute [%1] could be found in the node.", Variant("id"));
+      id_ = DataNodes::AttributeValue(a);
+      haveId_ = true;
+    }
+    return id_;
+  } catch (...) {
+    ErrorInRethrow("Transaction.TransactionId()", {});
+  }
+}
+
+const std::string& Transaction::ParentId() {
+  try {
+    if (!haveParentId_) {
+      if (metaData_ == nullptr) ThrowRuntimeError(91);
+      xmlAttrPtr a = DataNodes::FindAttribute(metaData_, "parentid");
+      parentId_ = a ? DataNodes::AttributeValue(a) : std::string();
+      haveParentId_ = true;
+    }
+    return parentId_;
+  } catch (...) {
+    ErrorInRethrow("Transaction.ParentId()", {});
+  }
+}
+
+Ref<TransactionContext> Transaction::Context() {
+  try {
+    RequireData();
+    Ref<TransactionContext> context = MakeRef<TransactionContext>();
+    context->SetXWrapper(wrapper_.get());
+    context->SetNode(data_);
+    return context;
+  } catch (...) {
+    ErrorInRethrow("Transaction.Context()", {});
+  }
+}
+
+Ref<Transaction> Transaction::NextTransaction() {
+  try {
+    RequireData();
+    xmlNodePtr next = ElementSibling(data_, true);
+    return next ? Factory()->TransactionAtNode(next) : Ref<Transaction>();
+  } catch (...) {
+    ErrorInRethrow("Transaction.NextTransaction()", {});
+  }
+}
+
+Ref<Transaction> Transaction::PreviousTransaction() {
+  try {
+    RequireData();
+    xmlNodePtr previous = ElementSibling(data_, false);
+    return previous ? Factory()->TransactionAtNode(previous) : Ref<Transaction>();
+  } catch (...) {
+    ErrorInRethrow("Transaction.PreviousTransaction()", {});
+  }
+}
+
+Ref<Transaction> Transaction::ParentTransaction() {
+  try {
+    if (ParentId().empty()) return Ref<Transaction>();
+    RequireData();
+    xmlNodePtr up = data_->parent ? data_->parent->parent : nullptr;
+    Check(up != nullptr && up->type == XML_ELEMENT_NODE, 7703, "[%1] could not be found in document.",
+          Variant("../.."));
+    return Factory()->TransactionAtNode(up);
+  } catch (...) {
+    ErrorInRethrow("Transaction.ParentTransaction()", {});
+  }
+}
+
+std::string Transaction::GetFieldAttribute(std::string_view fieldName, std::string_view attribute) {
+  try {
+    xmlNodePtr field = GetField(fieldName);
+    if (field == nullptr) ThrowRuntimeError(91);
+    xmlAttrPtr a = DataNodes::FindAttribute(field, attribute);
+    Check(a != nullptr, 7701, "No matching attribute [%1] could be found in the node.", Variant(attribute));
+    return DataNodes::AttributeValue(a);
+  } catch (...) {
+    ErrorInRethrow("Transaction.GetFieldAttribute(sFldName, sAttribute)", {Variant(fieldName), Variant(attribute)});
+  }
+}
+
+void Transaction::SetTranAttribute(std::string_view name, const Variant& value) {
+  try {
+    RequireData();
+    std::string key(name);
+    Check(xmlValidateName(reinterpret_cast<const xmlChar*>(key.c_str()), 0) == 0, Error::kGeneral,
+          "[%1] is not a valid attribute name.", Variant(name));
+    DataNodes::SetAttribute(data_, key.c_str(), ValueText(value));
+  } catch (...) {
+    ErrorInRethrow("Transaction.SetTranAttribute(sName, vValue)", {Variant(name), value});
+  }
+}
+
+void Transaction::SetFieldAttribute(std::string_view fieldName, std::string_view attribute, const Variant& value) {
+  try {
+    xmlNodePtr field = GetField(fieldName);
+    if (field == nullptr) ThrowRuntimeError(91);
+    std::string key(attribute);
+    Check(xmlValidateName(reinterpret_cast<const xmlChar*>(key.c_str()), 0) == 0, Error::kGeneral,
+          "[%1] is not a valid attribute name.", Variant(attribute));
+    DataNodes::SetAttribute(field, key.c_str(), ValueText(value));
+  } catch (...) {
+    ErrorInRethrow("Transaction.SetFieldAttribute(sFldName, sAttribute, vValue)",
+                   {Variant(fieldName), Variant(attribute), value});
+  }
+}
+
+std::vector<xmlNodePtr> Transaction::GetParentNodes() {
+  try {
+    RequireData();
+    Check(data_->parent != nullptr, 7703, "[%1] could not be found in document.", Variant("../*"));
+    return ChildElements(data_->parent);
+  } catch (...) {
+    ErrorInRethrow("Transaction.GetParentNodes()", {});
+  }
+}
+
+std::string Transaction::FieldName(int32_t position) {
+  try {
+    Check(fields_ != nullptr && position >= 1 && position <= fieldCount_, 8102, "");
+    return fields_->At(static_cast<size_t>(position - 1)).FieldName;
+  } catch (...) {
+    ErrorInRethrow("Transaction.FieldName(lCnt)", {Variant(position)});
+  }
+}
+
+std::vector<std::string> Transaction::FieldNames() {
+  std::vector<std::string> names;
+  for (int32_t i = 0; i < fieldCount_; ++i) names.push_back(fields_->At(static_cast<size_t>(i)).FieldName);
+  return names;
+}
+
+Variant Transaction::FieldNames2() {
+  std::vector<Variant> names;
+  for (int32_t i = 0; i < fieldCount_; ++i) names.emplace_back(fields_->At(static_cast<size_t>(i)).FieldName);
+  return Variant::FromVector(std::move(names));
+}
+
+// --- Fields -------------------------------------------------------------------------
+
+void Transaction::CheckFieldExists(std::string_view fieldName) {
+  if (fields_ == nullptr || fields_->Find(fieldName) == nullptr) {
+    std::string id = metaData_ != nullptr ? TransactionId() : std::string();
+    Check(false, 8103, "Field [%1] does not exist in transaction [%2].", {Variant(fieldName), Variant(id)});
+  }
+}
+
+const FieldMetaData& Transaction::Meta(std::string_view fieldName) {
+  CheckFieldExists(fieldName);
+  return *fields_->Find(fieldName);
+}
+
+xmlNodePtr Transaction::GetField(std::string_view fieldName) {
+  RequireData();
+  xmlNodePtr field = DataNodes::ChildWithAttribute(data_, "FIELD", "name", fieldName);
+  if (field == nullptr) CheckFieldExists(fieldName);
+  return field;
+}
+
+xmlNodePtr Transaction::GetMetaDataField(std::string_view fieldName) {
+  if (metaData_ == nullptr) ThrowRuntimeError(91);
+  xmlNodePtr field = DataNodes::ChildWithAttribute(metaData_, "FIELD", "name", fieldName);
+  Check(field != nullptr, 7703, "[%1] could not be found in document.",
+        Variant("FIELD[@name='" + std::string(fieldName) + "']"));
+  return field;
+}
+
+xmlNodePtr Transaction::GetValuesNode(xmlNodePtr field) {
+  xmlNodePtr values = DataNodes::FirstChildElement(field, "VALUES");
+  Check(values != nullptr, 7703, "[%1] could not be found in document.", Variant("VALUES"));
+  return values;
+}
+
+int32_t Transaction::GetValueCount(xmlNodePtr field) {
+  int32_t count = 0;
+  for (xmlNodePtr values = field->children; values != nullptr; values = values->next) {
+    if (!DataNodes::IsElement(values, "VALUES")) continue;
+    for (xmlNodePtr value = values->children; value != nullptr; value = value->next) {
+      if (DataNodes::IsElement(value, "VALUE") && DataNodes::HasText(value)) ++count;
+    }
+  }
+  return count;
+}
+
+void Transaction::SetFieldValue(std::string_view name, const Variant& value, bool overwrite) {
+  try {
+    xmlNodePtr field = GetField(name);
+    if (field == nullptr) {
+      field = TransactionFactory::InitFldNode(data_->doc, name);
+      // FIELDs stand before the RECORDS of child records.
+      xmlNodePtr before = DataNodes::FirstChildElement(data_, "RECORDS");
+      if (before != nullptr) xmlAddPrevSibling(before, field); else xmlAddChild(data_, field);
+    }
+    const int16_t type = GetType(name);
+    if (type != kFieldBinary && IsEmptyValue(value)) return;
+
+    std::string text;
+    if (type == kFieldBinary && value.IsArray()) {
+      text = SetBinaryField(name, value);
+    } else {
+      text = ValueText(value);
+    }
+    if (type != kFieldString && !text.empty() && text.front() == '"' && text.back() == '"') {
+      if (text.size() == 1) ThrowRuntimeError(5);
+      text = text.substr(1, text.size() - 2);
+    }
+
+    const int32_t count = GetValueCount(field);
+    xmlNodePtr values = GetValuesNode(field);
+    if (!overwrite || count == 0) {
+      if (count > 0 && !Meta(name).AllowMultiVal) {
+        if (FieldOverwritable(name)) {
+          xmlNodePtr first = nullptr;
+          for (xmlNodePtr c = values->children; c != nullptr && first == nullptr; c = c->next) {
+            if (c->type == XML_ELEMENT_NODE) first = c;
+          }
+          if (first != nullptr) DataNodes::SetText(first, text);
+          NotifyChange();
+        }
+        return;
+      }
+      xmlNodePtr added = xmlNewDocNode(values->doc, nullptr, reinterpret_cast<const xmlChar*>("VALUE"), nullptr);
+      if (added == nullptr) throw std::bad_alloc();
+      if (!text.empty()) {
+        xmlNodePtr content = DataNodes::NewText(values->doc, text);
+        content->parent = added;
+        added->children = added->last = content;
+      }
+      xmlAddChild(values, added);
+      NotifyChange();
+      return;
+    }
+    // Overwrite: the first child takes the value, the others go.
+    while (values->last != nullptr && values->last != values->children) {
+      xmlNodePtr last = values->last;
+      xmlUnlinkNode(last);
+      xmlFreeNode(last);
+    }
+    DataNodes::SetText(values->children, text);
+    NotifyChange();
+  } catch (...) {
+    ErrorInRethrow("Transaction.SetFieldValue(sName, vValue, bOverwrite)", {Variant(name), value, Variant(overwrite)});
+  }
+}
+
+void Transaction::UnsetField(std::string_view fieldName) {
+  try {
+    xmlNodePtr field = GetField(fieldName);
+    if (field == nullptr) return;
+    xmlNodePtr values = DataNodes::FirstChildElement(field, "VALUES");
+    if (values != nullptr) DataNodes::RemoveChildren(values);
+    NotifyChange();
+  } catch (...) {
+    ErrorInRethrow("Transaction.UnsetField(sFldName)", {Variant(fieldName)});
+  }
+}
+
+bool Transaction::IsFieldSet(std::string_view fieldName) {
+  try {
+    xmlNodePtr field = GetField(fieldName);
+    return field != nullptr && GetValueCount(field) > 0;
+  } catch (...) {
+    ErrorInRethrow("Transaction.IsFieldSet(sFldName)", {Variant(fieldName)});
+  }
+}
+
+bool Transaction::HasFieldAndSet(std::string_view fieldName) {
+  try {
+    return HasField(fieldName) && IsFieldSet(fieldName);
+  } catch (...) {
+    ErrorInRethrow("Transaction.HasFieldAndSet(sFldName)", {Variant(fieldName)});
+  }
+}
+
+bool Transaction::HasField(std::string_view fieldName) const {
+  return fields_ != nullptr && fields_->Find(fieldName) != nullptr;
+}
+
+int16_t Transaction::GetType(std::string_view fieldName) {
+  try {
+    return Meta(fieldName).FieldType;
+  } catch (...) {
+    ErrorInRethrow("Transaction.GetType(sFldName)", {Variant(fieldName)});
+  }
+}
+
+namespace {
+
+Variant DefaultOf(int16_t type) {
+  switch (type) {
+    case kFieldBoolean: return Variant(false);
+    case kFieldLong: return Variant(int32_t{0});
+    case kFieldDecimal: return Variant::FromDecimal(Decimal());
+    case kFieldString: return Variant(std::string());
+    case kFieldDate: return Variant::FromDate(0.0);
+    case kFieldBinary: return Variant::FromByte(0);
+    default: return Variant();
+  }
+}
+
+}  // namespace
+
+Variant Transaction::GetFieldValues(std::string_view fieldName, int32_t instance) {
+  try {
+    xmlNodePtr field = GetField(fieldName);
+    const int32_t count = field ? GetValueCount(field) : 0;
+    if (count == 0) return DefaultOf(Meta(fieldName).FieldType);
+    if (count == 1) {
+      for (xmlNodePtr values = field->children; values != nullptr; values = values->next) {
+        if (!DataNodes::IsElement(values, "VALUES")) continue;
+        for (xmlNodePtr c = values->children; c != nullptr; c = c->next) {
+          if (c->type == XML_ELEMENT_NODE) return Variant(DataNodes::Text(c));
+        }
+      }
+      return Variant(std::string());
+    }
+    std::vector<xmlNodePtr> nodes = ValueNodes(field);
+    if (instance != 0) {
+      Check(instance >= 0 && instance <= static_cast<int32_t>(nodes.size()), 8101, "");
+      if (instance == static_cast<int32_t>(nodes.size())) return Variant::Nothing();
+      return Variant(DataNodes::Text(nodes[static_cast<size_t>(instance)]));
+    }
+    return MultiValueFieldToArray(nodes, Meta(fieldName).FieldType);
+  } catch (...) {
+    ErrorInRethrow("Transaction.GetFieldValues(sFldName, lValInstance)", {Variant(fieldName), Variant(instance)});
+  }
+}
+
+Variant Transaction::MultiValueFieldToArray(const std::vector<xmlNodePtr>& nodes, int16_t type) {
+  if (type < kFieldBoolean || type > kFieldDate) return Variant();
+  std::vector<Variant> items;
+  items.reserve(nodes.size());
+  for (xmlNodePtr node : nodes) {
+    std::string text = DataNodes::Text(node);
+    try {
+      Variant value(text);
+      switch (type) {
+        case kFieldBoolean: items.emplace_back(value.ToBool()); break;
+        case kFieldLong: items.emplace_back(value.ToLong()); break;
+        case kFieldDecimal: items.emplace_back(value.ToDouble()); break;
+        case kFieldString: items.emplace_back(std::move(value)); break;
+        default: items.push_back(Variant::FromDate(value.ToDate())); break;
+      }
+    } catch (const Error& e) {
+      Check(false, e.number(), "Type mismatch whilst converting [%1] to array of type [%2].",
+            {Variant(text), Variant(static_cast<int32_t>(type))});
+    }
+  }
+  return Variant::FromVector(std::move(items));
+}
+
+Variant Transaction::GetFieldValueCastType(std::string_view fieldName, int32_t instance) {
+  try {
+    Variant value = GetFieldValues(fieldName, instance);
+    switch (GetType(fieldName)) {
+      case kFieldBoolean: return Variant(value.ToBool());
+      case kFieldLong: return Variant(value.ToLong());
+      case kFieldDecimal: return Variant::FromDecimal(value.ToDecimal());
+      case kFieldDate: return Variant::FromDate(value.ToDate());
+      case kFieldBinary: return Variant::FromByte(value.ToByte());
+      default: return value;
+    }
+  } catch (...) {
+    ErrorInRethrow("Transaction.GetFieldValueCastType(sFldName, lValInstance)", {Variant(fieldName), Variant(instance)});
+  }
+}
+
+bool Transaction::FieldOverwritable(std::string_view name) {
+  try {
+    xmlNodePtr meta = GetMetaDataField(name);
+    xmlAttrPtr multi = DataNodes::FindAttribute(meta, "allowmultiplevals");
+    if (multi == nullptr) return true;
+    xmlAttrPtr overwritable = DataNodes::FindAttribute(meta, "overwritable");
+    Check(overwritable != nullptr, 7701, "No matching attribute [%1] could be found in the node.",
+          Variant("overwritable"));
+    return BooleanText::Parse(DataNodes::AttributeValue(overwritable));
+  } catch (...) {
+    ErrorInRethrow("Transaction.FieldOverwritable(sName)", {Variant(name)});
+  }
+}
+
+bool Transaction::AllowMultipleFieldVals(std::string_view name) {
+  try {
+    xmlAttrPtr multi = DataNodes::FindAttribute(GetMetaDataField(name), "allowmultiplevals");
+    return multi != nullptr && BooleanText::Parse(DataNodes::AttributeValue(multi));
+  } catch (...) {
+    ErrorInRethrow("Transaction.AllowMultipleFieldVals(sName)", {Variant(name)});
+  }
+}
+
+int16_t Transaction::ChildCount() {
+  try {
+    RequireData();
+    int16_t count = 0;
+    for (xmlNodePtr c = data_->children; c != nullptr; c = c->next) {
+      if (DataNodes::IsElement(c, "RECORDS")) ++count;
+    }
+    return count;
+  } catch (...) {
+    ErrorInRethrow("Transaction.ChildCount()", {});
+  }
+}
+
+bool Transaction::IsEmpty() {
+  try {
+    RequireData();
+    for (int32_t i = 0; i < fieldCount_; ++i) {
+      xmlNodePtr field = DataNodes::ChildWithAttribute(data_, "FIELD", "name", fields_->At(static_cast<size_t>(i)).FieldName);
+      if (field != nullptr && GetValueCount(field) > 0) return false;
+    }
+    for (xmlNodePtr records = data_->children; records != nullptr; records = records->next) {
+      if (DataNodes::IsElement(records, "RECORDS") && !ChildElements(records).empty()) return false;
+    }
+    return true;
+  } catch (...) {
+    ErrorInRethrow("Transaction.IsEmpty()", {});
+  }
+}
+
+void Transaction::PrintData(std::ostream& stream) {
+  try {
+    RequireData();
+    std::unique_ptr<xmlBuffer, decltype(&xmlBufferFree)> buffer(xmlBufferCreate(), xmlBufferFree);
+    xmlNodeDump(buffer.get(), data_->doc, data_, 0, 0);
+    stream << std::string_view(C(xmlBufferContent(buffer.get())), static_cast<size_t>(xmlBufferLength(buffer.get())));
+  } catch (...) {
+    ErrorInRethrow("Transaction.PrintData(oStream)", {});
+  }
+}
+
+void Transaction::CopyTransaction(Transaction& target) {
+  try {
+    RequireData();
+    target.SetTransactionMetaData(metaData_);
+    target.SetFieldMetaDataDictionary(fields_);
+    target.SetXWrapper(wrapper_);
+    target.factory_ = factory_;
+    target.definition_ = definition_;
+    xmlNodePtr copy = wrapper_ && data_->doc == wrapper_->DOMDocument() ? wrapper_->CloneNode(data_, true)
+                                                                         : nullptr;
+    if (copy == nullptr) {
+      Ref<XMLWrapper> own = MakeRef<XMLWrapper>();
+      own->LoadXML("<?xml version=\"1.0\"?><COPY/>");
+      copy = own->CloneNode(data_, true);
+      target.KeepDocument(own);
+    }
+    target.SetData(copy);
+  } catch (...) {
+    ErrorInRethrow("Transaction.CopyTransaction(oTarget)", {});
+  }
+}
+
+// --- Binary values ----------------------------------------------------------------------
+
+std::string Transaction::SetBinaryField(std::string_view name, const Variant& bytes) {
+  std::string path;
+  if (IsFieldSet(name)) path = GetFieldValues(name, 0).ToString();
+  const SafeArray& array = bytes.ArrayValue();
+  const int64_t size = static_cast<int64_t>(array.Count());
+  if (size == 0 && !path.empty()) {
+    std::error_code ec;
+    std::filesystem::remove(path, ec);
+    return {};
+  }
+  if (path.empty()) {
+    std::filesystem::path folder = Factory()->BinaryFolder();
+    std::error_code ec;
+    std::filesystem::create_directories(folder, ec);
+    path = NewTempFile(folder, name);
+  }
+  std::string content;
+  content.reserve(static_cast<size_t>(size));
+  for (const Variant& element : array.Elements()) content.push_back(static_cast<char>(element.ToByte()));
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out.write(content.data(), static_cast<std::streamsize>(content.size()));
+  out.close();
+  Check(static_cast<bool>(out), 8105, "The binary field [%1] data has been deleted or is inaccessible.", Variant(name));
+  return path;
+}
+
+std::vector<uint8_t> Transaction::GetBinaryValue(std::string_view fieldName) {
+  try {
+    CheckFieldExists(fieldName);
+    Check(GetType(fieldName) == kFieldBinary, 8104, "The field [%1] is not binary type.", Variant(fieldName));
+    if (!IsFieldSet(fieldName)) return {};
+    std::string path = GetFieldValues(fieldName, 0).ToString();
+    if (path.empty()) return {};
+    std::error_code ec;
+    Check(std::filesystem::is_regular_file(path, ec), 8105,
+          "The binary field [%1] data has been deleted or is inaccessible.", Variant(fieldName));
+    std::ifstream in(path, std::ios::binary);
+    Check(static_cast<bool>(in), 8105, "The binary field [%1] data has been deleted or is inaccessible.",
+          Variant(fieldName));
+    return std::vector<uint8_t>((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  } catch (...) {
+    ErrorInRethrow("Transaction.GetBinaryValue(sFldName)", {Variant(fieldName)});
+  }
+}
+
+}  // namespace tessel
