@@ -484,7 +484,7 @@ bool CharacterSetWrapper::TextHasPreamble(std::span<const uint8_t> bytes) const 
 void CharacterSetWrapper::AppendData(std::string_view text, std::string& out) {
   if (text.empty()) return;
   if (autoDetect_) {
-    Check(!charset_.empty(), kCannotEncodeUndetermined, "Cannot convert to encoding method [%1]",
+    Check(charset_.empty(), kCannotEncodeUndetermined, "Cannot convert to encoding method [%1]",
           Variant(std::string(kAutoDetect)));
     Init(WriteName());
   }
