@@ -17,6 +17,7 @@
 #include "job/TesselSession.h"
 #include "job/TransformDefinition.h"
 #include "store/TransactionFactory.h"
+#include "store/TransactionSelector.h"
 #include "store/XMLWrapper.h"
 
 namespace tessel {
@@ -282,8 +283,12 @@ long TransformCoordinator::TransactionCount(const Controller& controller) {
     std::vector<xmlNodePtr> tops = definition->RecordDescendents("");
     if (tops.empty()) return 0;
     std::string topId = definition->RecordId(tops.front());
-    Ref<XMLWrapper> data = controller->TransactionFactory()->Data();
-    return static_cast<long>(data->GetNodesFromXPath("/DATA/RECORDS[@id='" + topId + "']/RECORD").size());
+    Ref<TransactionSelector> selector = controller->TransactionFactory()->CreateTransactionSelector();
+    selector->SetReturnTransaction(topId);
+    selector->AddSearch(topId, "*");
+    selector->OpenResultset();
+    selector->MoveFirst();
+    return static_cast<long>(selector->Count());
   } catch (...) {
     ErrorInRethrow("TransformCoordinator.TransactionCount(oController)", {});
   }

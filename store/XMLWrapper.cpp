@@ -488,8 +488,10 @@ void XMLWrapper::ClearDocument() {
 void XMLWrapper::SaveDocument(const std::string& fileName) {
   try {
     xmlDocPtr doc = RequireDocument();
+    // Without a declared encoding the file is UTF-8 and the declaration
+    // stays as it is, without an encoding of its own.
     const char* encoding = doc->encoding ? C(doc->encoding) : "UTF-8";
-    xmlSaveCtxtPtr save = xmlSaveToFilename(fileName.c_str(), encoding, 0);
+    xmlSaveCtxtPtr save = xmlSaveToFilename(fileName.c_str(), doc->encoding ? encoding : nullptr, 0);
     Check(save != nullptr, Error::kGeneral, "Could not save the document to [%1] in encoding %2",
           {Variant(fileName), Variant(encoding)});
     long written = xmlSaveDoc(save, doc);

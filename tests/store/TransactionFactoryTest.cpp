@@ -1,0 +1,259 @@
+#include <gtest/gtest.h>
+
+#include <regex>
+
+#include "store/Attributes.h"
+#include "store/TransactionSelector.h"
+#include "tests/store/StoreFixture.h"
+#include "tests/support/TempDir.h"
+
+namespace tessel {
+namespace {
+
+using test::AddOrder;
+using test::CatchError;
+using test::MakeFactory;
+using test::TopContext;
+
+// The serialised document with every timestamp replaced by a fixed text.
+std::string Stable(const std::string& xml) {
+  return std::regex_replace(xml, std::regex("timestamp=\"[0-9:]{12}\""), "timestamp=\"T\"");
+}
+
+TEST(TransactionFactoryTest, ANewFactorySerialisesToADeclarationAndAnEmptyData) {
+  auto factory = MakeFactory();
+  EXPECT_EQ(factory->Data()->ToString(), "<?xml version=\"1.0\"?>\n<DATA/>\n");
+}
+
+TEST(TransactionFactoryTest, TheDataDocumentHasTheFormatOfRecordsFieldsAndValues) {
+  auto factory = MakeFactory("<TRANSFORM id=\"T\"><TRANSFORMDETAIL><RECORDS>"
+                             "<RECORD id=\"ORDER\" parentid=\"\"><FIELD name=\"NUMBER\" type=\"3\"/>"
+                             "<FIELD name=\"NOTE\" type=\"3\"/></RECORD>"
+                             "<RECORD id=\"LINE\" parentid=\"ORDER\"><FIELD name=\"ITEM\" type=\"3\"/></RECORD>"
+                             "</RECORDS></TRANSFORMDETAIL></TRANSFORM>");
+  auto context = TopContext(*factory, true);
+  Ref<Transaction> order = factory->CreateTransaction("ORDER", "first");
+  order->SetFieldValue("NUMBER", Variant("1001"));
+  factory->AddTransaction(*order, *context);
+  Ref<Transaction> line = factory->CreateTransaction("LINE");
+  line->SetFieldValue("ITEM", Variant("A & B"));
+  factory->AddTransaction(*line, *context);
+
+  EXPECT_EQ(Stable(factory->Data()->ToString()),
+            "<?xml version=\"1.0\"?>\n"
+            "<DATA><RECORDS id=\"ORDER\"><RECORD name=\"first\" timestamp=\"T\">"
+            "<FIELD name=\"NUMBER\"><VALUES><VALUE>1001</VALUE></VALUES></FIELD>"
+            "<FIELD name=\"NOTE\"><VALUES/></FIELD>"
+            "<RECORDS id=\"LINE\"><RECORD timestamp=\"T\"><FIELD name=\"ITEM\"><VALUES><VALUE>A &amp; B</VALUE>"
+            "</VALUES></FIELD></RECORD></RECORDS>"
+            "</RECORD></RECORDS></DATA>\n");
+}
+
+TEST(TransactionFactoryTest, ASavedDocumentLoadsBackIntoAnEqualStore) {
+  test::TempDir dir;
+  auto factory = MakeFactory();
+  auto context = TopContext(*factory, true);
+  for (int i = 0; i < 3; ++i) {
+    Ref<Transaction> order = factory->CreateTransaction("ORDER");
+    order->SetFieldValue("NUMBER", Variant(" value " + std::to_string(i) + "  with blanks and a longer text "));
+    order->SetFieldValue("NOTE", Variant("a"));
+    order->SetFieldValue("NOTE", Variant("b"));
+    order->SetSummary("sum");
+    factory->AddTransaction(*order, *context);
+    Ref<Transaction> line = factory->CreateTransaction("LINE");
+    line->SetFieldValue("QTY", Variant(int32_t{i}));
+    factory->AddTransaction(*line, *context);
+    context->SetNode(order->Data());
+  }
+  std::string file = (dir / "data.xml").string();
+  factory->Data()->SaveDocument(file);
+
+  auto loaded = MakeFactory();
+  Ref<XMLWrapper> wrapper = MakeRef<XMLWrapper>();
+  wrapper->OpenXMLDocument(file);
+  loaded->SetData(wrapper);
+  EXPECT_EQ(loaded->Data()->ToString(), factory->Data()->ToString());
+
+  Ref<TransactionSelector> selector = loaded->CreateTransactionSelector();
+  selector->SetReturnTransaction("ORDER");
+  selector->AddSearch("ORDER", "*");
+  selector->OpenResultset();
+  selector->MoveFirst();
+  ASSERT_EQ(selector->Count(), 3);
+  Ref<Transaction> first = selector->Item();
+  EXPECT_EQ(first->GetFieldValues("NUMBER").ToString(), " value 0  with blanks and a longer text ");
+  EXPECT_EQ(first->GetFieldValues("NOTE").ArrayValue().Count(), 2u);
+  EXPECT_EQ(first->Summary(), "sum");
+  selector->MoveChild("LINE");
+  EXPECT_EQ(selector->Item()->GetFieldValues("QTY").ToString(), "0");
+}
+
+TEST(TransactionFactoryTest, MergeAddsTheTopRecordsOfAnotherFile) {
+  test::TempDir dir;
+  auto source = MakeFactory();
+  auto context = TopContext(*source);
+  AddOrder(*source, *context, "1");
+  AddOrder(*source, *context, "2");
+  source->Data()->SaveDocument((dir / "a.xml").string());
+
+  auto target = MakeFactory();
+  auto targetContext = TopContext(*target);
+  AddOrder(*target, *targetContext, "0");
+  target->Merge((dir / "a.xml").string());
+  std::vector<xmlNodePtr> records = target->Data()->GetNodesFromXPath("/DATA/RECORDS/RECORD");
+  ASSERT_EQ(records.size(), 3u);
+  EXPECT_EQ(target->Data()->GetNodesFromXPath("/DATA/RECORDS").size(), 1u);
+  EXPECT_EQ(target->TransactionAtNode(records[2])->GetFieldValues("NUMBER").ToString(), "2");
+}
+
+TEST(TransactionFactoryTest, ARecordWithoutFieldsIsAnEmptyRecord) {
+  auto factory = MakeFactory();
+  Ref<Transaction> empty = factory->CreateTransaction("EMPTY");
+  EXPECT_EQ(empty->Data()->children, nullptr);
+  EXPECT_EQ(empty->FieldCount(), 0);
+  EXPECT_TRUE(empty->IsEmpty());
+}
+
+TEST(TransactionFactoryTest, ANumericIdSelectsTheRecordTypeByPosition) {
+  auto factory = MakeFactory();
+  EXPECT_EQ(factory->CreateTransaction("2")->TransactionId(), "LINE");
+}
+
+TEST(TransactionFactoryTest, AnUnknownRecordIdRaises7703) {
+  auto factory = MakeFactory();
+  EXPECT_EQ(CatchError([&] { factory->CreateTransaction("NOPE"); }).number(), 7703);
+}
+
+TEST(TransactionFactoryTest, ADuplicateFieldIsRefusedWith8020AndAMissingTypeWith8021) {
+  auto duplicate = MakeFactory("<TRANSFORM><TRANSFORMDETAIL><RECORDS><RECORD id=\"R\" parentid=\"\">"
+                               "<FIELD name=\"A\" type=\"3\"/><FIELD name=\"A\" type=\"3\"/>"
+                               "</RECORD></RECORDS></TRANSFORMDETAIL></TRANSFORM>");
+  Error e = CatchError([&] { duplicate->CreateTransaction("R"); });
+  EXPECT_EQ(e.number(), 8020);
+  EXPECT_NE(e.description().find("Duplicate field in record [R]."), std::string::npos);
+
+  auto untyped = MakeFactory("<TRANSFORM><TRANSFORMDETAIL><RECORDS><RECORD id=\"R\" parentid=\"\">"
+                             "<FIELD name=\"A\"/></RECORD></RECORDS></TRANSFORMDETAIL></TRANSFORM>");
+  e = CatchError([&] { untyped->CreateTransaction("R"); });
+  EXPECT_EQ(e.number(), 8021);
+  EXPECT_NE(e.description().find("Field [A] is missing the [type] attribute."), std::string::npos);
+}
+
+TEST(TransactionFactoryTest, TwoRecordsOfOneTypeShareOneContainer) {
+  auto factory = MakeFactory();
+  auto context = TopContext(*factory, true);
+  AddOrder(*factory, *context, "1");
+  AddOrder(*factory, *context, "2");
+  EXPECT_EQ(factory->Data()->GetNodesFromXPath("/DATA/RECORDS").size(), 1u);
+  EXPECT_EQ(factory->Data()->GetNodesFromXPath("/DATA/RECORDS/RECORD").size(), 2u);
+  EXPECT_STREQ(reinterpret_cast<const char*>(context->ContextNode()->name), "RECORD");
+}
+
+TEST(TransactionFactoryTest, AContextOnAChildNestsTheNextParentRecordUnderIt) {
+  auto factory = MakeFactory();
+  auto context = TopContext(*factory, true);
+  AddOrder(*factory, *context, "1");
+  Ref<Transaction> line = factory->CreateTransaction("LINE");
+  factory->AddTransaction(*line, *context);
+  EXPECT_EQ(factory->Data()->GetNodesFromXPath("/DATA/RECORDS/RECORD/RECORDS[@id='LINE']/RECORD").size(), 1u);
+  AddOrder(*factory, *context, "2");
+  EXPECT_EQ(factory->Data()->GetNodesFromXPath("//RECORDS[@id='LINE']/RECORD/RECORDS[@id='ORDER']/RECORD").size(),
+            1u);
+}
+
+TEST(TransactionFactoryTest, AContextWithoutAutoUpdateStaysWhereItWas) {
+  auto factory = MakeFactory();
+  auto context = TopContext(*factory, false);
+  xmlNodePtr top = context->ContextNode();
+  AddOrder(*factory, *context, "1");
+  EXPECT_EQ(context->ContextNode(), top);
+  AddOrder(*factory, *context, "2");
+  EXPECT_EQ(factory->Data()->GetNodesFromXPath("/DATA/RECORDS/RECORD").size(), 2u);
+}
+
+TEST(TransactionFactoryTest, AttributesGivenToAddTransactionLandOnTheRecordAndLeaveTheBag) {
+  auto factory = MakeFactory();
+  auto context = TopContext(*factory);
+  Ref<Attributes> bag = MakeRef<Attributes>();
+  bag->Add("origin", Variant("file.csv"));
+  Ref<Transaction> order = factory->CreateTransaction("ORDER");
+  factory->AddTransaction(*order, *context, bag.get());
+  EXPECT_EQ(order->TranAttribute("origin"), "file.csv");
+  EXPECT_EQ(bag->AttributeByName("origin"), "");
+}
+
+TEST(TransactionFactoryTest, ClearDataLeavesDataAndTheRecordTypesStillWork) {
+  auto factory = MakeFactory();
+  auto context = TopContext(*factory);
+  AddOrder(*factory, *context, "1");
+  factory->ClearData();
+  EXPECT_EQ(factory->Data()->ToString(), "<?xml version=\"1.0\"?>\n<DATA/>\n");
+  AddOrder(*factory, *context, "2");
+  EXPECT_EQ(factory->Data()->GetNodesFromXPath("/DATA/RECORDS/RECORD").size(), 1u);
+}
+
+TEST(TransactionFactoryTest, GetTransactionViewsTheRecordAtAContext) {
+  auto factory = MakeFactory();
+  auto context = TopContext(*factory, true);
+  Ref<Transaction> order = AddOrder(*factory, *context, "7");
+  Ref<Transaction> view = factory->GetTransaction(*context);
+  EXPECT_EQ(view->Data(), order->Data());
+  EXPECT_EQ(view->GetFieldValues("NUMBER").ToString(), "7");
+}
+
+TEST(TransactionFactoryTest, AReconstructedTransactionReadsItsOwnRecord) {
+  auto factory = MakeFactory();
+  Ref<Transaction> view = factory->ReconstructTransaction(
+      "ORDER", "<RECORD timestamp=\"01:02:03:004\"><FIELD name=\"NUMBER\"><VALUES><VALUE>9</VALUE></VALUES></FIELD></RECORD>");
+  EXPECT_EQ(view->GetFieldValues("NUMBER").ToString(), "9");
+  EXPECT_EQ(view->TranAttribute("timestamp"), "01:02:03:004");
+  view->SetFieldValue("QTY", Variant("3"));
+  EXPECT_EQ(view->GetFieldValues("QTY").ToString(), "3");
+  EXPECT_EQ(factory->Data()->ToString(), "<?xml version=\"1.0\"?>\n<DATA/>\n");
+}
+
+TEST(TransactionFactoryTest, TransactionExistsAnswersAsTheKeySearchDoes) {
+  auto factory = MakeFactory();
+  auto context = TopContext(*factory, true);
+  Ref<Transaction> order = AddOrder(*factory, *context, "1");
+  order->SetFieldValue("QTY", Variant("5"));
+  Ref<Transaction> line = factory->CreateTransaction("LINE");
+  line->SetFieldValue("ITEM", Variant("A'B"));
+  factory->AddTransaction(*line, *context);
+
+  auto exists = [&](const std::string& id, std::vector<std::string> names, std::vector<std::string> values) {
+    bool indexed = factory->TransactionExists(id, names, values);
+    std::string query;
+    for (size_t i = 0; i < names.size(); ++i) {
+      query += (i ? " and " : "") + names[i] + "='" + TransactionSelectStringBldr::EscapeValue(values[i]) + "'";
+    }
+    Ref<TransactionSelector> selector = factory->CreateTransactionSelector();
+    selector->SetReturnTransaction(id);
+    selector->AddSearch(id, query);
+    selector->OpenResultset();
+    selector->MoveFirst();
+    EXPECT_EQ(indexed, !selector->EOF_() && !selector->BOF()) << query;
+    return indexed;
+  };
+  EXPECT_TRUE(exists("ORDER", {"NUMBER"}, {"1"}));
+  EXPECT_FALSE(exists("ORDER", {"NUMBER"}, {"2"}));
+  EXPECT_TRUE(exists("ORDER", {"NUMBER", "QTY"}, {"1", "5"}));
+  EXPECT_FALSE(exists("ORDER", {"NUMBER", "QTY"}, {"1", "6"}));
+  EXPECT_TRUE(exists("ORDER", {"NUMBER", "NOTE"}, {"1", ""}));
+  EXPECT_TRUE(exists("LINE", {"ITEM"}, {"A'B"}));
+  EXPECT_FALSE(exists("LINE", {"ITEM"}, {"A"}));
+
+  // Records added later, and records changed in the tree, are seen.
+  context->SetNode(order->Data());
+  AddOrder(*factory, *context, "2");
+  EXPECT_TRUE(exists("ORDER", {"NUMBER"}, {"2"}));
+  order->SetFieldValue("NUMBER", Variant("9"), true);
+  EXPECT_FALSE(exists("ORDER", {"NUMBER"}, {"1"}));
+  EXPECT_TRUE(exists("ORDER", {"NUMBER"}, {"9"}));
+  order->SetFieldValue("NOTE", Variant("x"));
+  order->SetFieldValue("NOTE", Variant("y"));
+  EXPECT_TRUE(exists("ORDER", {"NOTE"}, {"y"}));
+}
+
+}  // namespace
+}  // namespace tessel

@@ -1,0 +1,250 @@
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "core/SafeArray.h"
+#include "tests/store/StoreFixture.h"
+#include "tests/support/TempDir.h"
+
+namespace tessel {
+namespace {
+
+using test::AddOrder;
+using test::CatchError;
+using test::MakeFactory;
+using test::TopContext;
+
+class TransactionTest : public ::testing::Test {
+ protected:
+  std::shared_ptr<TransactionFactory> factory = MakeFactory();
+  Ref<Transaction> order = factory->CreateTransaction("ORDER");
+
+  std::string Values(const std::string& field) {
+    std::string out;
+    for (xmlNodePtr value : factory->Data()->GetNodesFromXPath("FIELD[@name='" + field + "']/VALUES/VALUE", order->Data())) {
+      xmlChar* text = xmlNodeGetContent(value);
+      out += std::string("[") + reinterpret_cast<const char*>(text) + "]";
+      xmlFree(text);
+    }
+    return out;
+  }
+};
+
+TEST_F(TransactionTest, AnEmptyValueNeverClearsAField) {
+  order->SetFieldValue("NUMBER", Variant("A"));
+  order->SetFieldValue("NUMBER", Variant(""), true);
+  order->SetFieldValue("NUMBER", Variant::Null(), true);
+  order->SetFieldValue("NUMBER", Variant(), false);
+  EXPECT_EQ(Values("NUMBER"), "[A]");
+  order->UnsetField("NUMBER");
+  EXPECT_EQ(Values("NUMBER"), "");
+  EXPECT_FALSE(order->IsFieldSet("NUMBER"));
+}
+
+TEST_F(TransactionTest, QuotesAreDroppedForEveryTypeButString) {
+  order->SetFieldValue("NUMBER", Variant("\"12\""));
+  order->SetFieldValue("QTY", Variant("\"12\""));
+  EXPECT_EQ(Values("NUMBER"), "[\"12\"]");
+  EXPECT_EQ(Values("QTY"), "[12]");
+  EXPECT_EQ(CatchError([&] { order->SetFieldValue("QTY", Variant("\"")); }).number(), 5);
+}
+
+TEST_F(TransactionTest, ASingleValuedFieldIsReplacedUnlessItsDefinitionForbids) {
+  order->SetFieldValue("NUMBER", Variant("1"));
+  order->SetFieldValue("NUMBER", Variant("2"));
+  EXPECT_EQ(Values("NUMBER"), "[2]");
+
+  order->SetFieldValue("LOCKED", Variant("first"));
+  order->SetFieldValue("LOCKED", Variant("second"));
+  EXPECT_EQ(Values("LOCKED"), "[first]");
+  order->SetFieldValue("LOCKED", Variant("third"), true);
+  EXPECT_EQ(Values("LOCKED"), "[third]");
+  EXPECT_FALSE(order->FieldOverwritable("LOCKED"));
+  EXPECT_TRUE(order->FieldOverwritable("NUMBER"));
+}
+
+TEST_F(TransactionTest, AMultiValuedFieldGainsValuesUnlessOverwriting) {
+  order->SetFieldValue("NOTE", Variant("a"));
+  order->SetFieldValue("NOTE", Variant("b"));
+  order->SetFieldValue("NOTE", Variant("c"));
+  EXPECT_EQ(Values("NOTE"), "[a][b][c]");
+  EXPECT_TRUE(order->AllowMultipleFieldVals("NOTE"));
+  order->SetFieldValue("NOTE", Variant("z"), true);
+  EXPECT_EQ(Values("NOTE"), "[z]");
+}
+
+TEST_F(TransactionTest, EmptyValueElementsDoNotCountAndANewValueIsAppended) {
+  xmlNodePtr values = factory->Data()->GetNodeFromXPath("FIELD[@name='NUMBER']/VALUES", order->Data());
+  xmlAddChild(values, xmlNewDocNode(values->doc, nullptr, BAD_CAST "VALUE", nullptr));
+  EXPECT_FALSE(order->IsFieldSet("NUMBER"));
+  order->SetFieldValue("NUMBER", Variant("x"));
+  EXPECT_EQ(Values("NUMBER"), "[][x]");
+  EXPECT_TRUE(order->IsFieldSet("NUMBER"));
+}
+
+TEST_F(TransactionTest, UnsetFieldsGiveTheDefaultOfTheirType) {
+  EXPECT_EQ(order->GetFieldValues("OK").Type(), VarType::Boolean);
+  EXPECT_FALSE(order->GetFieldValues("OK").BooleanValue());
+  EXPECT_EQ(order->GetFieldValues("QTY").Type(), VarType::Long);
+  EXPECT_EQ(order->GetFieldValues("PRICE").Type(), VarType::Decimal);
+  EXPECT_EQ(order->GetFieldValues("NUMBER").Type(), VarType::String);
+  Variant when = order->GetFieldValues("WHEN");
+  EXPECT_EQ(when.Type(), VarType::Date);
+  EXPECT_EQ(when.DateValue(), 0.0);
+  Variant cast = order->GetFieldValueCastType("WHEN");
+  EXPECT_EQ(cast.Type(), VarType::Date);
+  EXPECT_EQ(cast.DateValue(), 0.0);
+  EXPECT_EQ(order->GetFieldValues("BLOB").Type(), VarType::Byte);
+}
+
+TEST_F(TransactionTest, ValuesReadAsTextAndCastByType) {
+  order->SetFieldValue("QTY", Variant(int32_t{42}));
+  Variant text = order->GetFieldValues("QTY");
+  EXPECT_EQ(text.Type(), VarType::String);
+  EXPECT_EQ(text.StringValue(), "42");
+  Variant cast = order->GetFieldValueCastType("QTY");
+  EXPECT_EQ(cast.Type(), VarType::Long);
+  EXPECT_EQ(cast.LongValue(), 42);
+  order->SetFieldValue("OK", Variant(true));
+  EXPECT_TRUE(order->GetFieldValueCastType("OK").BooleanValue());
+  order->SetFieldValue("QTY", Variant("abc"));
+  EXPECT_EQ(CatchError([&] { order->GetFieldValueCastType("QTY"); }).number(), 13);
+}
+
+TEST_F(TransactionTest, InstancesOfAMultiValuedField) {
+  order->SetFieldValue("CODES", Variant("5"));
+  EXPECT_EQ(order->GetFieldValues("CODES").Type(), VarType::String);  // one value: plain text
+  order->SetFieldValue("CODES", Variant("6"));
+  order->SetFieldValue("CODES", Variant("7"));
+  Variant all = order->GetFieldValues("CODES", 0);
+  ASSERT_TRUE(all.IsArray());
+  ASSERT_EQ(all.ArrayValue().Count(), 3u);
+  EXPECT_EQ(all.ArrayValue().Elements()[2].Type(), VarType::Long);
+  EXPECT_EQ(all.ArrayValue().Elements()[2].LongValue(), 7);
+  EXPECT_EQ(order->GetFieldValues("CODES", 1).ToString(), "6");
+  EXPECT_EQ(order->GetFieldValues("CODES", 2).ToString(), "7");
+  EXPECT_TRUE(order->GetFieldValues("CODES", 3).IsNothing());
+  EXPECT_EQ(CatchError([&] { order->GetFieldValues("CODES", 4); }).number(), 8101);
+  EXPECT_EQ(CatchError([&] { order->GetFieldValues("CODES", -1); }).number(), 8101);
+
+  order->SetFieldValue("CODES", Variant("x"));
+  Error e = CatchError([&] { order->GetFieldValues("CODES"); });
+  EXPECT_EQ(e.number(), 13);
+  EXPECT_NE(e.description().find("Type mismatch whilst converting [x] to array of type [1]."), std::string::npos);
+}
+
+TEST_F(TransactionTest, AnUnknownFieldRaises8103) {
+  Error e = CatchError([&] { order->SetFieldValue("NOPE", Variant("1")); });
+  EXPECT_EQ(e.number(), 8103);
+  EXPECT_NE(e.description().find("Field [NOPE] does not exist in transaction [ORDER]."), std::string::npos);
+  EXPECT_EQ(CatchError([&] { order->GetFieldValues("NOPE"); }).number(), 8103);
+  EXPECT_FALSE(order->HasFieldAndSet("NOPE"));
+  EXPECT_FALSE(order->HasField("NOPE"));
+}
+
+TEST_F(TransactionTest, AFieldMissingFromTheRecordIsMadeWhenWritten) {
+  xmlNodePtr field = factory->Data()->GetNodeFromXPath("FIELD[@name='QTY']", order->Data());
+  xmlUnlinkNode(field);
+  xmlFreeNode(field);
+  EXPECT_EQ(order->GetFieldValues("QTY").LongValue(), 0);
+  order->SetFieldValue("QTY", Variant("3"));
+  EXPECT_EQ(order->GetFieldValues("QTY").ToString(), "3");
+}
+
+TEST_F(TransactionTest, FieldNamesFollowTheDefinition) {
+  EXPECT_EQ(order->FieldCount(), 9);
+  EXPECT_EQ(order->FieldName(1), "NUMBER");
+  EXPECT_EQ(order->FieldName(9), "CODES");
+  EXPECT_EQ(CatchError([&] { order->FieldName(0); }).number(), 8102);
+  EXPECT_EQ(CatchError([&] { order->FieldName(10); }).number(), 8102);
+  EXPECT_EQ(order->FieldNames().size(), 9u);
+  EXPECT_EQ(order->FieldNames2().ArrayValue().Elements()[1].ToString(), "QTY");
+  EXPECT_EQ(order->GetType("PRICE"), 2);
+}
+
+TEST_F(TransactionTest, RecordAttributesAndTheTimestamp) {
+  std::string stamp = order->TranAttribute("timestamp");
+  EXPECT_EQ(stamp.size(), 12u);
+  EXPECT_EQ(stamp[2], ':');
+  order->SetStatus(3);
+  order->SetOrigTranLocation("in.csv");
+  order->SetOrigTranCoordinate("4");
+  EXPECT_EQ(order->Status(), 3);
+  EXPECT_EQ(order->TranAttribute("uri"), "in.csv");
+  EXPECT_EQ(order->OrigTranCoordinate(), "4");
+  EXPECT_EQ(CatchError([&] { order->TranAttribute("nope"); }).number(), 7701);
+  order->SetFieldAttribute("NUMBER", "hint", Variant("x"));
+  EXPECT_EQ(order->GetFieldAttribute("NUMBER", "hint"), "x");
+  // A record that has a timestamp keeps it when viewed again.
+  Ref<Transaction> view = MakeRef<Transaction>();
+  order->SetTranAttribute("timestamp", Variant("00:00:00:001"));
+  view->SetData(order->Data());
+  EXPECT_EQ(view->TranAttribute("timestamp"), "00:00:00:001");
+}
+
+TEST_F(TransactionTest, NeighboursParentAndChildren) {
+  auto context = TopContext(*factory, true);
+  factory->AddTransaction(*order, *context);
+  Ref<Transaction> line1 = factory->CreateTransaction("LINE");
+  factory->AddTransaction(*line1, *context);
+  Ref<Transaction> line2 = factory->CreateTransaction("LINE");
+  factory->AddTransaction(*line2, *context);
+  EXPECT_EQ(line1->NextTransaction()->Data(), line2->Data());
+  EXPECT_EQ(line2->PreviousTransaction()->Data(), line1->Data());
+  EXPECT_FALSE(line2->NextTransaction());
+  EXPECT_EQ(line2->ParentTransaction()->Data(), order->Data());
+  EXPECT_FALSE(order->ParentTransaction());
+  EXPECT_EQ(line1->ParentId(), "ORDER");
+  EXPECT_EQ(order->ChildCount(), 1);
+  EXPECT_FALSE(order->IsEmpty());
+  EXPECT_EQ(line1->GetParentNodes().size(), 2u);
+  EXPECT_EQ(line1->Context()->ContextNode(), line1->Data());
+}
+
+TEST_F(TransactionTest, CopyAndPrint) {
+  order->SetFieldValue("NUMBER", Variant("1"));
+  Ref<Transaction> copy = MakeRef<Transaction>();
+  order->CopyTransaction(*copy);
+  copy->SetFieldValue("NUMBER", Variant("2"));
+  EXPECT_EQ(order->GetFieldValues("NUMBER").ToString(), "1");
+  EXPECT_EQ(copy->GetFieldValues("NUMBER").ToString(), "2");
+  std::ostringstream out;
+  order->PrintData(out);
+  EXPECT_NE(out.str().find("<FIELD name=\"NUMBER\"><VALUES><VALUE>1</VALUE></VALUES></FIELD>"), std::string::npos);
+}
+
+Variant Bytes(std::initializer_list<int> values) {
+  std::vector<Variant> items;
+  for (int v : values) items.push_back(Variant::FromByte(static_cast<uint8_t>(v)));
+  return Variant::FromVector(std::move(items));
+}
+
+TEST_F(TransactionTest, BinaryValuesLiveInFilesOfTheRunsFolder) {
+  test::TempDir dir;
+  factory->SetBinaryFolder(dir.path() / "run");
+  order->SetFieldValue("BLOB", Bytes({1, 2, 3}));
+  std::string path = order->GetFieldValues("BLOB").ToString();
+  EXPECT_EQ(std::filesystem::path(path).parent_path(), dir.path() / "run");
+  EXPECT_EQ(order->GetBinaryValue("BLOB"), (std::vector<uint8_t>{1, 2, 3}));
+  order->SetFieldValue("BLOB", Bytes({9}));
+  EXPECT_EQ(order->GetFieldValues("BLOB").ToString(), path);  // the file is reused
+  EXPECT_EQ(order->GetBinaryValue("BLOB"), (std::vector<uint8_t>{9}));
+
+  order->SetFieldValue("BLOB", Variant::FromVector({}));
+  EXPECT_FALSE(std::filesystem::exists(path));
+  EXPECT_FALSE(order->IsFieldSet("BLOB"));
+  EXPECT_TRUE(order->GetBinaryValue("BLOB").empty());
+
+  Ref<Transaction> other = factory->CreateTransaction("ORDER");
+  other->SetFieldValue("BLOB", Bytes({4}));
+  std::filesystem::remove(other->GetFieldValues("BLOB").ToString());
+  EXPECT_EQ(CatchError([&] { other->GetBinaryValue("BLOB"); }).number(), 8105);
+  EXPECT_EQ(CatchError([&] { order->GetBinaryValue("NUMBER"); }).number(), 8104);
+}
+
+TEST_F(TransactionTest, BinaryValuesWithoutASessionOrFolderRaise8106) {
+  EXPECT_EQ(CatchError([&] { order->SetFieldValue("BLOB", Bytes({1})); }).number(), 8106);
+}
+
+}  // namespace
+}  // namespace tessel
