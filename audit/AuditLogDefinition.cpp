@@ -8,12 +8,14 @@
 #include "job/PropertyBagHelper.h"
 #include "job/Session.h"
 #include "job/TransformDefinition.h"
+#include "store/Transaction.h"
 #include "store/XMLWrapper.h"
 
 namespace tessel {
 
 namespace {
 constexpr int32_t kErrNoReportGroup = 7500;
+constexpr int32_t kErrRecordNotInAudit = 8250;
 
 std::string NodeXml(xmlNodePtr node) {
   xmlBufferPtr buffer = xmlBufferCreate();
@@ -43,6 +45,7 @@ void AuditLogDefinition::SetOptions(TransformDefinition& definition) {
     if (!(testMode && !bag_->HasProperty("rptwarnings"))) {
       reportWarnings_ = BooleanText::Parse(bag_->Property("rptwarnings"));
     }
+    supportsWorkflow_ = definition.SupportsWorkflow();
     transformErrorAction_ = 0;
     if (bag_->HasProperty("actiontransformerror")) {
       std::string action = bag_->Property("actiontransformerror");
@@ -105,6 +108,57 @@ void AuditLogDefinition::InitialiseRecordCache(TransformDefinition& definition) 
     }
   } catch (...) {
     ErrorInRethrow("AuditLogDefinition.InitialiseRecordCache(oTfmDefinition)", {});
+  }
+}
+
+std::string AuditLogDefinition::TranslateTransactionFields(Transaction& transaction) const {
+  try {
+    const std::vector<std::string>* keys = LogKeyFields(transaction.TransactionId());
+    if (keys == nullptr) return {};
+    std::string source;
+    for (size_t i = 0; i < keys->size(); ++i) {
+      if (i > 0) source += " - ";
+      const std::string& field = (*keys)[i];
+      if (transaction.HasFieldAndSet(field)) source += transaction.GetFieldValues(field, 0).ToString();
+    }
+    return source;
+  } catch (...) {
+    ErrorInRethrow("AuditLogDefinition.TranslateTransactionFields(oTransaction)", {});
+  }
+}
+
+std::optional<IntegrationLogEntry> AuditLogDefinition::GenerateLogObject(Transaction& transaction) const {
+  try {
+    const std::string* message = ErrorMessage(transaction.TransactionId());
+    if (message == nullptr) return std::nullopt;
+    IntegrationLogEntry entry;
+    entry.Source = TranslateTransactionFields(transaction);
+    entry.Reason = *message;
+    return entry;
+  } catch (...) {
+    ErrorInRethrow("AuditLogDefinition.GenerateLogObject(oTransaction)", {});
+  }
+}
+
+bool AuditLogDefinition::HasErrorWriteBackField(Transaction& transaction) const {
+  try {
+    const std::string& id = transaction.TransactionId();
+    Check(errorWriteBack_.count(id) != 0, kErrRecordNotInAudit,
+          "Record [%1] is not a record of transform [%2].", {Variant(id), Variant(transformId_)});
+    return errorWriteBack_.at(id);
+  } catch (...) {
+    ErrorInRethrow("AuditLogDefinition.HasErrorWriteBackField(oTransaction)", {});
+  }
+}
+
+bool AuditLogDefinition::HasWarningWriteBackField(Transaction& transaction) const {
+  try {
+    const std::string& id = transaction.TransactionId();
+    Check(warningWriteBack_.count(id) != 0, kErrRecordNotInAudit,
+          "Record [%1] is not a record of transform [%2].", {Variant(id), Variant(transformId_)});
+    return warningWriteBack_.at(id);
+  } catch (...) {
+    ErrorInRethrow("AuditLogDefinition.HasWarningWriteBackField(oTransaction)", {});
   }
 }
 

@@ -9,10 +9,12 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
+#include "audit/IntegrationLogEntry.h"
 #include "store/XMLWrapper.h"
 
 namespace tessel {
@@ -20,6 +22,7 @@ namespace tessel {
 class TransformDefinition;
 
 class PropertyBagHelper;
+class Transaction;
 
 class AuditLogDefinition {
  public:
@@ -44,6 +47,18 @@ class AuditLogDefinition {
   void InitialiseRecordCache(TransformDefinition& definition);
   void SetTransformErrorActionIfNone(int16_t action);
 
+  // The record's log key: the values of its key fields joined by " - ", an
+  // unset field leaving an empty slot; empty text for a record without a key.
+  std::string TranslateTransactionFields(Transaction& transaction) const;
+  // The extra entry of a record with an onerrormsg, else nothing.
+  std::optional<IntegrationLogEntry> GenerateLogObject(Transaction& transaction) const;
+  // Whether the record takes error / warning texts back; 8250 for a record
+  // the transform's definition does not have.
+  bool HasErrorWriteBackField(Transaction& transaction) const;
+  bool HasWarningWriteBackField(Transaction& transaction) const;
+  // The transform posts failed records to a workflow.
+  bool SupportsWorkflow() const { return supportsWorkflow_; }
+
   // Per record id, from the record cache; an unknown id gives the empty answer.
   const std::string* ErrorMessage(const std::string& recordId) const;
   bool HasErrorWriteBackField(const std::string& recordId) const;
@@ -58,6 +73,7 @@ class AuditLogDefinition {
   bool logEnd_ = false;
   bool reportWarnings_ = true;
   int16_t transformErrorAction_ = 0;
+  bool supportsWorkflow_ = false;
 
   std::unordered_map<std::string, std::string> errorMessages_;
   std::unordered_map<std::string, bool> errorWriteBack_;

@@ -2,17 +2,22 @@
 
 #include <filesystem>
 #include <fstream>
+#include <climits>
 #include <iostream>
 
 #include "audit/AuditLogDefinition.h"
+#include "audit/AuditSummary.h"
 #include "audit/ExceptionState.h"
 #include "audit/HuntErr.h"
 #include "core/Error.h"
 #include "core/Utf16Text.h"
+#include "store/Transaction.h"
 
 namespace tessel {
 
 namespace {
+constexpr int32_t kErrNoDefinition = 8251;
+constexpr int32_t kErrWorkflowUnavailable = 10506;
 constexpr const char* kEvents[] = {"PROCESSED", "INSERTED", "UPDATED", "DELETED", "ERRORS", "WARNINGS"};
 
 }  // namespace
@@ -62,18 +67,41 @@ bool AuditLogger::ValidEventType(const std::string& event) {
 
 void AuditLogger::AddProcessSummaryCounterEvent(const std::string& transformId, const std::string& transactionId,
                                                 const std::string& event, int64_t count) {
-  counters_[GenerateSummaryCntrKeyString(transformId, transactionId, event)] += count;
+  auto [counter, added] = counters_.try_emplace(GenerateSummaryCntrKeyString(transformId, transactionId, event));
+  if (added) {
+    counter->second.transformId = transformId;
+    counter->second.transactionId = transactionId;
+    counter->second.event = event;
+  }
+  counter->second.count += count;
+}
+
+std::vector<TransformTaskFieldReplacement> AuditLogger::GetSummaryCountersByTransformId(
+    const std::string& transformId) const {
+  std::vector<TransformTaskFieldReplacement> replacements;
+  for (const auto& [key, counter] : counters_) {
+    if (counter.transformId != transformId) continue;
+    TransformTaskFieldReplacement item;
+    item.IsCustomReplacement = true;
+    item.TransactionId = counter.transactionId;
+    item.FieldId = counter.event;
+    item.value = counter.count <= INT32_MAX ? Variant(static_cast<int32_t>(counter.count))
+                                            : Variant(static_cast<double>(counter.count));
+    replacements.push_back(std::move(item));
+  }
+  return replacements;
 }
 
 int64_t AuditLogger::GetEventCount(const std::string& transformId, const std::string& transactionId,
                                    const std::string& event) {
   auto found = counters_.find(GenerateSummaryCntrKeyString(transformId, transactionId, event));
-  return found == counters_.end() ? 0 : found->second;
+  return found == counters_.end() ? 0 : found->second.count;
 }
 
 void AuditLogger::CountEvent(const std::string& transformId, Transaction* transaction, std::string& transactionId,
                              const char* event) {
   try {
+    if (transaction != nullptr) transactionId = transaction->TransactionId();
     AddProcessSummaryCounterEvent(transformId, transactionId, event, 1);
   } catch (...) {
     ErrorInRethrow("AuditLogger.IEvent_On(sTransformId, oTransaction, sTransactionId)",
@@ -96,8 +124,11 @@ void AuditLogger::OnDelete(const std::string& transformId, Transaction* transact
 
 void AuditLogger::OnError(const std::string& transformId, LogEntries& entries, Transaction* transaction) {
   try {
-    AddProcessSummaryCounterEvent(transformId, std::string(), "ERRORS", static_cast<int64_t>(entries.size()));
+    std::string transactionId = transaction != nullptr ? transaction->TransactionId() : std::string();
+    AddProcessSummaryCounterEvent(transformId, transactionId, "ERRORS", static_cast<int64_t>(entries.size()));
     WriteAuditLog(entries, transformId, transaction, false);
+    WriteMessageToTransaction(transformId, entries, transaction, false);
+    CommitToWorkflow(transformId, transaction, entries);
   } catch (...) {
     ErrorInRethrow("AuditLogger.IEvent_OnError(sTransformId, colEntries, oTransaction)", {Variant(transformId)});
   }
@@ -105,12 +136,14 @@ void AuditLogger::OnError(const std::string& transformId, LogEntries& entries, T
 
 void AuditLogger::OnWarning(const std::string& transformId, LogEntries& entries, Transaction* transaction) {
   try {
-    AuditLogDefinition* definition = Definition(transformId);
-    if (definition != nullptr && definition->ReportWarnings()) {
+    AuditLogDefinition& definition = RequireDefinition(transformId);
+    if (definition.ReportWarnings()) {
       for (IntegrationLogEntry& entry : entries) entry.TransformId = transformId;
       WriteAuditLog(entries, transformId, transaction, true);
     }
-    AddProcessSummaryCounterEvent(transformId, std::string(), "WARNINGS", static_cast<int64_t>(entries.size()));
+    std::string transactionId = transaction != nullptr ? transaction->TransactionId() : std::string();
+    AddProcessSummaryCounterEvent(transformId, transactionId, "WARNINGS", static_cast<int64_t>(entries.size()));
+    WriteMessageToTransaction(transformId, entries, transaction, true);
     entries.clear();
   } catch (...) {
     ErrorInRethrow("AuditLogger.IEvent_OnWarning(sTransformId, colEntries, oTransaction)", {Variant(transformId)});
@@ -147,8 +180,19 @@ void AuditLogger::WriteAuditLog(LogEntries& entries, const std::string& transfor
   ExceptionState pending = CaptureExceptionState();
   try {
     for (IntegrationLogEntry& entry : entries) {
+      if (!entry.TransformId.empty() && transaction != nullptr) {
+        entry.Source = RequireDefinition(entry.TransformId).TranslateTransactionFields(*transaction);
+      }
       StampEntry(entry);
       WriteEntry(entry);
+    }
+    if (!skipLogObject && !transformId.empty() && transaction != nullptr) {
+      // A record with an onerrormsg adds an entry with the designer's own message.
+      if (std::optional<IntegrationLogEntry> extra = RequireDefinition(transformId).GenerateLogObject(*transaction)) {
+        extra->TransformId = transformId;
+        StampEntry(*extra);
+        WriteEntry(*extra);
+      }
     }
   } catch (const std::exception& error) {
     // A failure of the log must not end the job: keep its trace and go on.
@@ -219,7 +263,58 @@ AuditLogDefinition* AuditLogger::Definition(const std::string& transformId) cons
   return found == definitions_.end() ? nullptr : found->second.get();
 }
 
-void AuditLogger::AddTransformSummaries(const std::string& transformId, TransactionFactory& factory) {}
+AuditLogDefinition& AuditLogger::RequireDefinition(const std::string& transformId) const {
+  AuditLogDefinition* definition = Definition(transformId);
+  Check(definition != nullptr, kErrNoDefinition, "Transform [%1] has no audit definition in this run.",
+        {Variant(transformId)});
+  return *definition;
+}
+
+void AuditLogger::WriteMessageToTransaction(const std::string& transformId, const LogEntries& entries,
+                                            Transaction* transaction, bool warning) {
+  try {
+    if (transaction == nullptr) return;
+    AuditLogDefinition& definition = RequireDefinition(transformId);
+    bool writeBack = warning ? definition.HasWarningWriteBackField(*transaction)
+                             : definition.HasErrorWriteBackField(*transaction);
+    if (!writeBack) return;
+    std::string message;
+    for (const IntegrationLogEntry& entry : entries) {
+      if (!message.empty()) message += "\r\n";
+      message += entry.Reason;
+    }
+    transaction->SetFieldValue(warning ? "SYS.WARNING" : "SYS.ERROR", Variant(std::move(message)));
+  } catch (...) {
+    ErrorInRethrow("AuditLogger.WriteMessageToTransaction(sTransformId, colEntries, oTransaction, bWarning)",
+                   {Variant(transformId), Variant(warning)});
+  }
+}
+
+void AuditLogger::CommitToWorkflow(const std::string& transformId, Transaction* transaction,
+                                   const LogEntries& entries) {
+  try {
+    if (transaction == nullptr) return;
+    Check(!RequireDefinition(transformId).SupportsWorkflow(), kErrWorkflowUnavailable,
+          "Transform [%1] asks for workflow capture, which this engine does not provide.", {Variant(transformId)});
+  } catch (...) {
+    ErrorInRethrow("AuditLogger.CommitToWorkflow(sTransformId, oTransaction, colEntries)", {Variant(transformId)});
+  }
+}
+
+void AuditLogger::AddTransformSummaries(const std::string& transformId,
+                                        const std::shared_ptr<TransactionFactory>& factory) {
+  try {
+    AuditLogDefinition& definition = RequireDefinition(transformId);
+    IntegrationLogEntry entry;
+    entry.Reason = AuditSummary::GenerateEmailHeader(definition, factory, GetSummaryCountersByTransformId(transformId));
+    entry.LogType = kLogTypeSummary;
+    entry.TransformId = transformId;
+    StampEntry(entry);
+    WriteEntry(entry);
+  } catch (...) {
+    ErrorInRethrow("AuditLogger.AddTransformSummaries(sTransformId, oFactory)", {Variant(transformId)});
+  }
+}
 
 void AuditLogger::GenerateAuditReports() {}
 

@@ -21,6 +21,7 @@
 
 #include "audit/IEvent.h"
 #include "audit/MessageQueueWrapper.h"
+#include "tasks/TransformTaskFieldReplacement.h"
 
 namespace tessel {
 
@@ -56,7 +57,12 @@ class AuditLogger : public IEvent {
   void WriteAuditLog(LogEntries& entries, const std::string& transformId, Transaction* transaction,
                      bool skipLogObject);
   // The summary entry of a transform at its end.
-  void AddTransformSummaries(const std::string& transformId, TransactionFactory& factory);
+  void AddTransformSummaries(const std::string& transformId, const std::shared_ptr<TransactionFactory>& factory);
+  // The counters of one transform, as replacements for its summary tokens.
+  std::vector<TransformTaskFieldReplacement> GetSummaryCountersByTransformId(const std::string& transformId) const;
+  // Writes the entries' reasons into SYS.ERROR or SYS.WARNING of a record that has the field.
+  void WriteMessageToTransaction(const std::string& transformId, const LogEntries& entries, Transaction* transaction,
+                                 bool warning);
   // Sends the job's audit reports by mail; nothing to send until reports exist.
   void GenerateAuditReports();
   void WriteEntryToViewLog(const IntegrationLogEntry& entry);
@@ -91,6 +97,8 @@ class AuditLogger : public IEvent {
   void CountEvent(const std::string& transformId, Transaction* transaction, std::string& transactionId,
                   const char* event);
   void StampEntry(IntegrationLogEntry& entry) const;
+  void CommitToWorkflow(const std::string& transformId, Transaction* transaction, const LogEntries& entries);
+  AuditLogDefinition& RequireDefinition(const std::string& transformId) const;
   // Sends one entry; on failure writes it to errlog.txt.
   void WriteEntry(const IntegrationLogEntry& entry);
   void WriteErrorToFile(const IntegrationLogEntry& entry);
@@ -105,7 +113,13 @@ class AuditLogger : public IEvent {
   MessageQueueWrapper queue_;
   Ref<XMLWrapper> jobConfig_;
   std::unordered_map<std::string, std::shared_ptr<AuditLogDefinition>> definitions_;
-  std::unordered_map<std::string, int64_t> counters_;
+  struct Counter {
+    std::string transformId;
+    std::string transactionId;
+    std::string event;
+    int64_t count = 0;
+  };
+  std::unordered_map<std::string, Counter> counters_;
   std::unordered_map<std::string, std::vector<std::string>> reportGroups_;
 };
 

@@ -360,7 +360,7 @@ TransformCoordinator::Controller TransformCoordinator::RunTransformSteps(
   controller->Process();
   if (dataServiceMode_) event_->OnComplete(transformId);
   if (auditDefinition->LogEnd()) LogTransformEvent(transformId, kEventTransformComplete);
-  if (!HasNoSummary(type)) auditLogger_->AddTransformSummaries(transformId, *controller->TransactionFactory());
+  if (!HasNoSummary(type)) auditLogger_->AddTransformSummaries(transformId, controller->TransactionFactory());
   if (writeDebug_) OutputTransform(*controller, transformId);
   if (progress_ != nullptr) progress_->TransformFinished(transformId, false, std::string());
   return controller;

@@ -13,6 +13,8 @@
 #include "job/TesselSession.h"
 #include "job/TransformCoordinator.h"
 #include "job/TransformDefinition.h"
+#include "store/Transaction.h"
+#include "store/TransactionFactory.h"
 #include "tests/support/JobEnvironment.h"
 #include "tests/support/ProbeTransform.h"
 
@@ -133,6 +135,54 @@ TEST_F(AuditLoggerTest, CountsEventsAndWritesEntries) {
   // Report groups collect their transforms, once per registration.
   ASSERT_NE(nullptr, logger_.ReportGroupTransforms("G7"));
   EXPECT_EQ((std::vector<std::string>{"T1"}), *logger_.ReportGroupTransforms("G7"));
+}
+
+TEST_F(AuditLoggerTest, RecordErrorsWriteBackAndAddTheDesignersEntry) {
+  auto factory = std::make_shared<TransactionFactory>();
+  factory->SetTransformDefinition(Definition(kTransform));
+  Ref<Transaction> order = factory->CreateTransaction("ORDER");
+  order->SetFieldValue("NUMBER", Variant("SO-17"));
+  order->SetFieldValue("DATE", Variant("2024-02-28"));  // key field 4 stands behind a gap: not part of the key
+
+  LogEntries errors = Entries(5);
+  for (IntegrationLogEntry& entry : errors) entry.TransformId = "T1";
+  logger_.OnError("T1", errors, order.get());
+  EXPECT_EQ(5, logger_.GetEventCount("T1", "ORDER", "ERRORS"));
+  std::vector<std::string> reasons = env_.AuditReasons("JOB9");
+  ASSERT_EQ(6u, reasons.size());
+  EXPECT_EQ("Order could not be imported", reasons.back());
+  // SOURCE is the record's log key; the unset CUSTOMER leaves an empty slot.
+  for (const std::string& source : env_.AuditColumn("JOB9", "SOURCE")) EXPECT_EQ("SO-17 - ", source);
+  EXPECT_EQ("reason 0\r\nreason 1\r\nreason 2\r\nreason 3\r\nreason 4", order->GetFieldValues("SYS.ERROR").ToString());
+
+  // A warning on a record with a warning field writes back even when not reported.
+  Ref<Transaction> line = factory->CreateTransaction("LINE");
+  LogEntries warnings = Entries(1);
+  logger_.OnWarning("T1", warnings, line.get());
+  EXPECT_EQ("reason 0", line->GetFieldValues("SYS.WARNING").ToString());
+  EXPECT_EQ(1, logger_.GetEventCount("T1", "LINE", "WARNINGS"));
+  EXPECT_EQ(6u, env_.AuditReasons("JOB9").size());
+
+  // The summary resolves the counters of this transform.
+  auto summaryDefinition = Definition(R"(<TRANSFORM id="T2" parentid="" type="5"><TRANSFORMDETAIL><RECORDS>
+      <RECORD id="ORDER" parentid=""/></RECORDS></TRANSFORMDETAIL><AUDIT><OPTIONS>
+      <OPTION name="rptgroup" value="G7"/><OPTION name="rptwarnings" value="True"/>
+      <OPTION name="summaryhdr" value="Orders &amp; more"/>
+      <OPTION name="auditsummary" list="True"><VALUES><V>%ORDER.ERRORS failed</V><V>%ORDER.PROCESSED done</V></VALUES></OPTION>
+      </OPTIONS></AUDIT></TRANSFORM>)");
+  auto audit = std::make_shared<AuditLogDefinition>();
+  audit->SetTransformId("T2");
+  audit->SetOptions(*summaryDefinition);
+  logger_.AddAuditLogDefinition(audit);
+  std::string tranId = "ORDER";
+  logger_.OnProcess("T2", nullptr, tranId);
+  logger_.OnProcess("T2", nullptr, tranId);
+  auto summaryFactory = std::make_shared<TransactionFactory>();
+  summaryFactory->SetTransformDefinition(summaryDefinition);
+  logger_.AddTransformSummaries("T2", summaryFactory);
+  EXPECT_EQ("<p class=\"header\">Orders &amp; more</p><p class=\"body\">0 failed</p><p class=\"body\">2 done</p>",
+            env_.AuditReasons("JOB9").back());
+  EXPECT_EQ("2", env_.Scalar("SELECT LOGTYPE FROM AUDITLOG WHERE TFORMID = 'T2'"));
 }
 
 TEST_F(AuditLoggerTest, ViewCopiesCarryTheRecordForm) {

@@ -74,6 +74,8 @@ TEST_F(CoordinatorTest, ChainSharesOneDocumentAndLogsTheJob) {
   EXPECT_EQ("Job completed successfully.", reasons.back());
   EXPECT_TRUE(Contains(reasons, "Transform Started [B]"));
   EXPECT_TRUE(Contains(reasons, "Transform Complete [C]"));
+  // Each transform leaves its summary, its tokens resolved ("0" for counters never raised).
+  EXPECT_TRUE(Contains(reasons, "<p class=\"header\">Transform B</p><p class=\"body\">0 processed, 0 errors</p>"));
   std::vector<std::string> types = env_.AuditColumn(jobId_, "LOGTYPE");
   EXPECT_EQ("4", types.front());
   EXPECT_EQ("5", types.back());

@@ -51,7 +51,9 @@ std::string JobDocument(const std::string& jobId, const std::vector<TransformSpe
                     "<TRANSFORMS>";
   for (const TransformSpec& t : transforms) {
     std::map<std::string, std::string> audit{{"rptgroup", "G1"}, {"rptwarnings", "True"}, {"logstart", "True"},
-                                             {"logend", "True"}};
+                                             {"logend", "True"},
+                                             {"summaryhdr", "Transform " + t.id},
+                                             {"auditsummary", "%R.PROCESSED processed, %R.ERRORS errors"}};
     for (const auto& [name, value] : t.audit) audit[name] = value;
     xml += "<TRANSFORM id=\"" + Escape(t.id) + "\" parentid=\"" + Escape(t.parentId) + "\" type=\"" +
            std::to_string(t.type) + "\"";

@@ -6,6 +6,8 @@
 #include "db/Connection.h"
 #include "job/Session.h"
 #include "job/TransformDefinition.h"
+#include "store/Transaction.h"
+#include "store/TransactionContext.h"
 #include "store/TransactionFactory.h"
 #include "store/XMLWrapper.h"
 
@@ -59,15 +61,12 @@ void ProbeTransform::Process() {
   if (definition.HasProperty("records")) {
     int count = std::stoi(definition.Property("records").ToString());
     std::string top = definition.RecordId(definition.RecordDescendents("").front());
-    xmlNodePtr container = nullptr;
-    for (xmlNodePtr child = root->children; child; child = child->next) {
-      if (child->type == XML_ELEMENT_NODE && xmlStrEqual(child->name, BAD_CAST "RECORDS")) container = child;
+    Ref<TransactionContext> context = data.CreateContext();
+    for (int i = 0; i < count; ++i) {
+      factory_->SetContextToTopDataNode(*context);
+      Ref<Transaction> record = factory_->CreateTransaction(top);
+      factory_->AddTransaction(*record, *context);
     }
-    if (container == nullptr) {
-      container = xmlNewChild(root, nullptr, BAD_CAST "RECORDS", nullptr);
-      xmlSetProp(container, BAD_CAST "id", BAD_CAST top.c_str());
-    }
-    for (int i = 0; i < count; ++i) xmlNewChild(container, nullptr, BAD_CAST "RECORD", nullptr);
   }
   if (definition.HasProperty("fail")) {
     throw Error(std::stoi(definition.Property("fail").ToString()), "probe failure in " + run.transformId);
