@@ -186,7 +186,11 @@ struct CharacterSetWrapper::Codec {
   std::array<std::array<char, 4>, 256> decode{};
   std::array<uint8_t, 256> decodeLength{};
   bool asciiIdentity = false;
-  std::unordered_map<char32_t, uint8_t> encode;
+  // Code point -> byte: a direct table for the low code points (-1: none),
+  // a map for the few above.
+  static constexpr char32_t kDirectEncodeLimit = 0x3000;
+  std::vector<int16_t> encodeLow;
+  std::unordered_map<char32_t, uint8_t> encodeHigh;
   // kIconv.
   IconvDescriptor toUtf8;
   IconvDescriptor fromUtf8;
@@ -222,10 +226,16 @@ struct CharacterSetWrapper::Codec {
     for (int b = 0; b < 0x80; ++b) {
       if (decodeLength[b] != 1 || decode[b][0] != static_cast<char>(b)) asciiIdentity = false;
     }
+    encodeLow.assign(kDirectEncodeLimit, -1);
     for (int b = 255; b >= 0; --b) {
       if (decodeLength[b] == 0) continue;
       const uint8_t* p = reinterpret_cast<const uint8_t*>(decode[b].data());
-      encode[NextCodePoint(p)] = static_cast<uint8_t>(b);  // lowest byte wins
+      const char32_t cp = NextCodePoint(p);  // the lowest byte of a code point wins
+      if (cp < kDirectEncodeLimit) {
+        encodeLow[cp] = static_cast<int16_t>(b);
+      } else {
+        encodeHigh[cp] = static_cast<uint8_t>(b);
+      }
     }
     return true;
   }
@@ -285,13 +295,18 @@ struct CharacterSetWrapper::Codec {
           continue;
         }
         const uint8_t* at = q;
-        char32_t cp = NextCodePoint(q);
-        auto it = encode.find(cp);
-        if (it == encode.end()) {
+        const char32_t cp = NextCodePoint(q);
+        int byte = -1;
+        if (cp < kDirectEncodeLimit) {
+          byte = encodeLow[cp];
+        } else if (auto it = encodeHigh.find(cp); it != encodeHigh.end()) {
+          byte = it->second;
+        }
+        if (byte < 0) {
           out.resize(start);
           RaiseUnencodable(text, static_cast<size_t>(at - p));
         }
-        *o++ = static_cast<char>(it->second);
+        *o++ = static_cast<char>(byte);
       }
       out.resize(static_cast<size_t>(o - out.data()));
       return;
@@ -346,23 +361,45 @@ struct CharacterSetWrapper::Codec {
       return valid;
     }
     if (kind == Kind::kTable) {
-      out.resize(start + n * 4);
+      // Sized exactly first (which also finds bytes without a character), so
+      // that a large input is not zero-filled at four times its size.
+      size_t length = 0;
+      for (size_t i = 0; i < n; ++i) {
+        if (asciiIdentity && i + 8 <= n) {
+          uint64_t word;
+          std::memcpy(&word, p + i, 8);
+          if ((word & 0x8080808080808080ULL) == 0) {
+            length += 8;
+            i += 7;
+            continue;
+          }
+        }
+        const uint8_t len = decodeLength[p[i]];
+        if (len == 0) RaiseConversionFailed(name);
+        length += len;
+      }
+      out.resize(start + length);
       char* o = out.data() + start;
       for (size_t i = 0; i < n; ++i) {
+        if (asciiIdentity && i + 8 <= n) {
+          uint64_t word;
+          std::memcpy(&word, p + i, 8);
+          if ((word & 0x8080808080808080ULL) == 0) {
+            std::memcpy(o, &word, 8);
+            o += 8;
+            i += 7;
+            continue;
+          }
+        }
         const uint8_t b = p[i];
-        if (b < 0x80 && asciiIdentity) {
-          *o++ = static_cast<char>(b);
-          continue;
-        }
         const uint8_t len = decodeLength[b];
-        if (len == 0) {
-          out.resize(start);
-          RaiseConversionFailed(name);
+        if (len == 1) {
+          *o++ = decode[b][0];
+        } else {
+          std::memcpy(o, decode[b].data(), len);
+          o += len;
         }
-        std::memcpy(o, decode[b].data(), 4);
-        o += len;
       }
-      out.resize(static_cast<size_t>(o - out.data()));
       return n;
     }
     char* in = reinterpret_cast<char*>(const_cast<uint8_t*>(p));
