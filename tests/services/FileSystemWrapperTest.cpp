@@ -280,6 +280,16 @@ TEST(FileSystemWrapperTest, UnreadableFilesRaise9542WithTheSystemsReason) {
   EXPECT_EQ(noDir.number(), 9542);
 }
 
+TEST(FileSystemWrapperTest, WritingToAReadStreamRaises9542AtOnce) {
+  TempDir dir;
+  WriteFileText(dir / "r.txt", "content");
+  FileSystemWrapper files;
+  const std::string handle = files.OpenTextStream(P(dir, "r.txt"), false, "utf-8", false);
+  EXPECT_EQ(CatchError([&] { files.WriteToFile(handle, "x"); }).number(), 9542);
+  files.CloseFile(handle);
+  EXPECT_EQ(ReadFileText(dir / "r.txt"), "content");
+}
+
 TEST(FileSystemWrapperTest, UnknownCharacterSetFailsAtOpen) {
   TempDir dir;
   FileSystemWrapper files;
