@@ -178,19 +178,58 @@ class IconvDescriptor {
 
 // The converter of one determined set.
 struct CharacterSetWrapper::Codec {
-  enum class Kind { kUtf8, kTable, kIconv };
+  enum class Kind { kUtf8, kWide, kTable, kIconv };
 
   Kind kind = Kind::kIconv;
+  // kWide: UTF-16 or UTF-32 in either byte order.
+  size_t unitSize = 2;
+  bool bigEndian = false;
   std::string name;  // as given, for messages
   // kTable: the UTF-8 form of each byte (length 0: the byte has no character).
   std::array<std::array<char, 4>, 256> decode{};
   std::array<uint8_t, 256> decodeLength{};
   bool asciiIdentity = false;
-  std::unordered_map<char32_t, uint8_t> encode;
+  // Code point -> byte: a direct table for the low code points (-1: none),
+  // a map for the few above.
+  static constexpr char32_t kDirectEncodeLimit = 0x3000;
+  std::vector<int16_t> encodeLow;
+  std::unordered_map<char32_t, uint8_t> encodeHigh;
   // kIconv.
   IconvDescriptor toUtf8;
   IconvDescriptor fromUtf8;
   int lineBreaksAreBytes = -1;
+
+  char32_t GetUnit(const uint8_t* p, size_t size) const {
+    if (size == 2) return bigEndian ? (p[0] << 8 | p[1]) : (p[1] << 8 | p[0]);
+    return bigEndian ? (char32_t(p[0]) << 24 | p[1] << 16 | p[2] << 8 | p[3])
+                     : (char32_t(p[3]) << 24 | p[2] << 16 | p[1] << 8 | p[0]);
+  }
+
+  void PutUnit(uint8_t* o, char32_t unit, size_t size) const {
+    for (size_t k = 0; k < size; ++k) {
+      const size_t shift = 8 * (bigEndian ? size - 1 - k : k);
+      o[k] = static_cast<uint8_t>(unit >> shift);
+    }
+  }
+
+  static char* PutUtf8(char* o, char32_t cp) {
+    if (cp < 0x80) {
+      *o++ = static_cast<char>(cp);
+    } else if (cp < 0x800) {
+      *o++ = static_cast<char>(0xC0 | (cp >> 6));
+      *o++ = static_cast<char>(0x80 | (cp & 0x3F));
+    } else if (cp < 0x10000) {
+      *o++ = static_cast<char>(0xE0 | (cp >> 12));
+      *o++ = static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+      *o++ = static_cast<char>(0x80 | (cp & 0x3F));
+    } else {
+      *o++ = static_cast<char>(0xF0 | (cp >> 18));
+      *o++ = static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
+      *o++ = static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
+      *o++ = static_cast<char>(0x80 | (cp & 0x3F));
+    }
+    return o;
+  }
 
   // Builds the byte table when every byte of the set is a character of its own
   // (or no character); false for multi-byte and stateful sets.
@@ -222,10 +261,16 @@ struct CharacterSetWrapper::Codec {
     for (int b = 0; b < 0x80; ++b) {
       if (decodeLength[b] != 1 || decode[b][0] != static_cast<char>(b)) asciiIdentity = false;
     }
+    encodeLow.assign(kDirectEncodeLimit, -1);
     for (int b = 255; b >= 0; --b) {
       if (decodeLength[b] == 0) continue;
       const uint8_t* p = reinterpret_cast<const uint8_t*>(decode[b].data());
-      encode[NextCodePoint(p)] = static_cast<uint8_t>(b);  // lowest byte wins
+      const char32_t cp = NextCodePoint(p);  // the lowest byte of a code point wins
+      if (cp < kDirectEncodeLimit) {
+        encodeLow[cp] = static_cast<int16_t>(b);
+      } else {
+        encodeHigh[cp] = static_cast<uint8_t>(b);
+      }
     }
     return true;
   }
@@ -236,6 +281,12 @@ struct CharacterSetWrapper::Codec {
     const std::string iconvName = IconvName(conversionName);
     if (iconvName == "UTF-8") {
       codec->kind = Kind::kUtf8;
+      return codec;
+    }
+    if (iconvName == "UTF-16LE" || iconvName == "UTF-16BE" || iconvName == "UTF-32LE" || iconvName == "UTF-32BE") {
+      codec->kind = Kind::kWide;
+      codec->unitSize = iconvName[4] == '1' ? 2 : 4;
+      codec->bigEndian = iconvName.back() == 'E' && iconvName[iconvName.size() - 2] == 'B';
       return codec;
     }
     codec->toUtf8.Open("UTF-8", iconvName.c_str());
@@ -271,6 +322,31 @@ struct CharacterSetWrapper::Codec {
       out.append(text);
       return;
     }
+    if (kind == Kind::kWide) {
+      bool incomplete = false;
+      size_t valid = ValidUtf8Prefix(p, n, &incomplete);
+      if (valid != n) RaiseUnencodable(text, valid);
+      out.resize(start + n * unitSize);
+      uint8_t* o = reinterpret_cast<uint8_t*>(out.data() + start);
+      const uint8_t* q = p;
+      const uint8_t* end = p + n;
+      while (q < end) {
+        const char32_t cp = *q < 0x80 ? *q++ : NextCodePoint(q);
+        if (unitSize == 4) {
+          PutUnit(o, cp, 4);
+          o += 4;
+        } else if (cp >= 0x10000) {
+          PutUnit(o, 0xD800 + ((cp - 0x10000) >> 10), 2);
+          PutUnit(o + 2, 0xDC00 + ((cp - 0x10000) & 0x3FF), 2);
+          o += 4;
+        } else {
+          PutUnit(o, cp, 2);
+          o += 2;
+        }
+      }
+      out.resize(static_cast<size_t>(reinterpret_cast<char*>(o) - out.data()));
+      return;
+    }
     if (kind == Kind::kTable) {
       bool incomplete = false;
       size_t valid = ValidUtf8Prefix(p, n, &incomplete);
@@ -285,13 +361,18 @@ struct CharacterSetWrapper::Codec {
           continue;
         }
         const uint8_t* at = q;
-        char32_t cp = NextCodePoint(q);
-        auto it = encode.find(cp);
-        if (it == encode.end()) {
+        const char32_t cp = NextCodePoint(q);
+        int byte = -1;
+        if (cp < kDirectEncodeLimit) {
+          byte = encodeLow[cp];
+        } else if (auto it = encodeHigh.find(cp); it != encodeHigh.end()) {
+          byte = it->second;
+        }
+        if (byte < 0) {
           out.resize(start);
           RaiseUnencodable(text, static_cast<size_t>(at - p));
         }
-        *o++ = static_cast<char>(it->second);
+        *o++ = static_cast<char>(byte);
       }
       out.resize(static_cast<size_t>(o - out.data()));
       return;
@@ -345,24 +426,79 @@ struct CharacterSetWrapper::Codec {
       out.append(reinterpret_cast<const char*>(p), valid);
       return valid;
     }
-    if (kind == Kind::kTable) {
-      out.resize(start + n * 4);
+    if (kind == Kind::kWide) {
+      out.resize(start + n * 2 + 8);
       char* o = out.data() + start;
-      for (size_t i = 0; i < n; ++i) {
-        const uint8_t b = p[i];
-        if (b < 0x80 && asciiIdentity) {
-          *o++ = static_cast<char>(b);
-          continue;
-        }
-        const uint8_t len = decodeLength[b];
-        if (len == 0) {
+      size_t i = 0;
+      while (i + unitSize <= n) {
+        char32_t cp = GetUnit(p + i, unitSize);
+        if (unitSize == 2 && cp >= 0xD800 && cp <= 0xDFFF) {
+          if (cp >= 0xDC00) {
+            out.resize(start);
+            RaiseConversionFailed(name);
+          }
+          if (i + 4 > n) break;  // the pair's second half is still to come
+          const char32_t low = GetUnit(p + i + 2, 2);
+          if (low < 0xDC00 || low > 0xDFFF) {
+            out.resize(start);
+            RaiseConversionFailed(name);
+          }
+          cp = 0x10000 + ((cp - 0xD800) << 10) + (low - 0xDC00);
+          i += 2;
+        } else if (unitSize == 4 && (cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF))) {
           out.resize(start);
           RaiseConversionFailed(name);
         }
-        std::memcpy(o, decode[b].data(), 4);
-        o += len;
+        i += unitSize;
+        o = PutUtf8(o, cp);
       }
       out.resize(static_cast<size_t>(o - out.data()));
+      if (final && i != n) {
+        out.resize(start);
+        RaiseConversionFailed(name);
+      }
+      return i;
+    }
+    if (kind == Kind::kTable) {
+      // Sized exactly first (which also finds bytes without a character), so
+      // that a large input is not zero-filled at four times its size.
+      size_t length = 0;
+      for (size_t i = 0; i < n; ++i) {
+        if (asciiIdentity && i + 8 <= n) {
+          uint64_t word;
+          std::memcpy(&word, p + i, 8);
+          if ((word & 0x8080808080808080ULL) == 0) {
+            length += 8;
+            i += 7;
+            continue;
+          }
+        }
+        const uint8_t len = decodeLength[p[i]];
+        if (len == 0) RaiseConversionFailed(name);
+        length += len;
+      }
+      out.resize(start + length);
+      char* o = out.data() + start;
+      for (size_t i = 0; i < n; ++i) {
+        if (asciiIdentity && i + 8 <= n) {
+          uint64_t word;
+          std::memcpy(&word, p + i, 8);
+          if ((word & 0x8080808080808080ULL) == 0) {
+            std::memcpy(o, &word, 8);
+            o += 8;
+            i += 7;
+            continue;
+          }
+        }
+        const uint8_t b = p[i];
+        const uint8_t len = decodeLength[b];
+        if (len == 1) {
+          *o++ = decode[b][0];
+        } else {
+          std::memcpy(o, decode[b].data(), len);
+          o += len;
+        }
+      }
       return n;
     }
     char* in = reinterpret_cast<char*>(const_cast<uint8_t*>(p));

@@ -15,8 +15,8 @@
 // drops a leading preamble of the set; writing one is the caller's choice
 // (Preamble()).
 //
-// UTF-8 and the single-byte sets convert through tables built once per
-// wrapper; other sets go through iconv. A wrapper owns its conversion state
+// UTF-8, UTF-16 and UTF-32 convert in this class, the single-byte sets through
+// tables built once per wrapper; other sets go through iconv. A wrapper owns its conversion state
 // (so a stateful set can be decoded in chunks through AppendText) and belongs
 // to one thread.
 //

@@ -186,6 +186,7 @@ int FileSysOpen::Open(const std::string& path, OpenMode mode) {
   if (mode == OpenMode::kRead) ::posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
   if (fd_ >= 0) ::close(fd_);
   fd_ = fd;
+  writable_ = mode != OpenMode::kRead;
   fileName_ = path;
   writeBuffer_.clear();
   lines_.reset();
@@ -206,7 +207,6 @@ void FileSysOpen::CheckOpenResult(int error, const std::string& path) const {
 void FileSysOpen::Close() {
   if (fd_ < 0) return;
   int error = 0;
-  std::string action;
   try {
     Flush();
   } catch (...) {
@@ -278,6 +278,8 @@ std::string FileSysOpen::ReadText() {
 
 void FileSysOpen::Write(std::span<const uint8_t> bytes) {
   Check(fd_ >= 0, kFileAccessFailed, "Cannot write file [%1]: the file is closed", Variant(fileName_));
+  Check(writable_, kFileAccessFailed, "Cannot write file [%1]: the file is open for reading only",
+        Variant(fileName_));
   if (bytes.empty()) return;
   if (writeBuffer_.size() + bytes.size() > kWriteBufferSize) Flush();
   if (bytes.size() >= kWriteBufferSize) {
@@ -290,6 +292,8 @@ void FileSysOpen::Write(std::span<const uint8_t> bytes) {
 
 void FileSysOpen::WriteText(std::string_view text) {
   Check(fd_ >= 0, kFileAccessFailed, "Cannot write file [%1]: the file is closed", Variant(fileName_));
+  Check(writable_, kFileAccessFailed, "Cannot write file [%1]: the file is open for reading only",
+        Variant(fileName_));
   if (text.empty()) return;
   CharacterSetWrapper& charset = Charset();
   const size_t before = writeBuffer_.size();

@@ -103,6 +103,7 @@ class FileSysOpen {
   std::string handle_;
   std::string fileName_;
   int fd_ = -1;
+  bool writable_ = false;
   std::unique_ptr<CharacterSetWrapper> charset_;
   std::string writeBuffer_;
   std::unique_ptr<LineState> lines_;

@@ -149,6 +149,11 @@ class FileSystemWrapper {
   // Creates an empty file <path>/<first 3 characters of prefix><4 hex digits>.TMP
   // and returns its path; 9546 when it cannot.
   std::string GetTempFileName(const std::string& path, const std::string& prefix);
+  // The line break ReadLine would use for a file holding `text` (CR LF, CR,
+  // LF, form feed, U+0085, U+2028, U+2029 by precedence); empty when none.
+  static std::string_view DetectLineDelimiter(std::string_view text) {
+    return FileSysOpen::DetectLineDelimiter(text);
+  }
   // True for the runtime's I/O error numbers 55, 57, 58, 61, 70, 71.
   static bool IsIOError(int32_t error);
 

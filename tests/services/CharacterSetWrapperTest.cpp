@@ -163,6 +163,23 @@ TEST(CharacterSetWrapperTest, BadBytesRaise9533WithTheSetName) {
   EXPECT_EQ(CatchError([] { CharacterSetWrapper("shift_jis").ConvertToText(B("ab\x82")); }).number(), 9533);
 }
 
+TEST(CharacterSetWrapperTest, SurrogatesInTheWideSets) {
+  const std::string grin = "\xF0\x9F\x98\x80";  // U+1F600
+  EXPECT_EQ(CharacterSetWrapper("unicode").ConvertToData(grin), (Bytes{0x3D, 0xD8, 0x00, 0xDE}));
+  EXPECT_EQ(CharacterSetWrapper("utf-16be").ConvertToData(grin), (Bytes{0xD8, 0x3D, 0xDE, 0x00}));
+  EXPECT_EQ(CharacterSetWrapper("unicode").ConvertToText(Bytes{0x3D, 0xD8, 0x00, 0xDE}), grin);
+  EXPECT_EQ(CatchError([] { CharacterSetWrapper("unicode").ConvertToText(Bytes{0x3D, 0xD8, 0x41, 0x00}); }).number(),
+            9533);
+  EXPECT_EQ(CatchError([] { CharacterSetWrapper("unicode").ConvertToText(Bytes{0x00, 0xDC, 0x41, 0x00}); }).number(),
+            9533);
+  EXPECT_EQ(CatchError([] { CharacterSetWrapper("unicode").ConvertToText(Bytes{0x41, 0x00, 0x3D, 0xD8}); }).number(),
+            9533);
+  EXPECT_EQ(CatchError([] { CharacterSetWrapper("utf-32").ConvertToText(Bytes{0x00, 0x00, 0x11, 0x00}); }).number(),
+            9533);
+  EXPECT_EQ(CatchError([] { CharacterSetWrapper("utf-32be").ConvertToText(Bytes{0, 0, 0xD8, 0x00}); }).number(),
+            9533);
+}
+
 TEST(CharacterSetWrapperTest, UnwritableTextAndUnknownSetsRaise9532) {
   const Error euro = CatchError([] { CharacterSetWrapper("iso-8859-1").ConvertToData("a\xE2\x82\xAC"); });
   EXPECT_EQ(euro.number(), 9532);
@@ -187,9 +204,10 @@ TEST(CharacterSetWrapperTest, MultiByteStatefulAndNonAsciiSingleByteSets) {
 
 TEST(CharacterSetWrapperTest, StreamingKeepsCharactersCutByChunkEnds) {
   const std::string japanese = "\xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E abc \xE6\x97\xA5";
+  const std::string grin = "\xF0\x9F\x98\x80";
   const std::vector<std::pair<std::string, std::string>> cases = {
-      {"utf-8", kWestern + japanese},     {"unicode", kWestern + japanese},
-      {"utf-32be", kWestern + japanese},  {"windows-1252", kWestern},
+      {"utf-8", kWestern + japanese + grin},     {"unicode", kWestern + grin + japanese},
+      {"utf-16be", grin + kWestern + grin},      {"utf-32be", kWestern + japanese + grin},  {"windows-1252", kWestern},
       {"shift_jis", japanese},            {"iso-2022-jp", japanese},
   };
   for (const auto& [name, text] : cases) {
