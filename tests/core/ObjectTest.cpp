@@ -150,6 +150,28 @@ TEST(Object, EnumeratorThroughNewEnum) {
   EXPECT_EQ(sum, 6);
 }
 
+// Hands itself out while being destroyed, as a destructor that calls a
+// function taking a Ref would.
+class SelfReferencing : public Object {
+ public:
+  explicit SelfReferencing(int& destroyed) : destroyed_(destroyed) {}
+  ~SelfReferencing() override {
+    Ref<Object> self(this);
+    Variant alsoSelf(self);
+    ++destroyed_;
+  }
+  std::string TypeName() const override { return "SelfReferencing"; }
+
+ private:
+  int& destroyed_;
+};
+
+TEST(Object, ReferencesTakenDuringDestructionAreHarmless) {
+  int destroyed = 0;
+  { Ref<Object> r = MakeRef<SelfReferencing>(destroyed); }
+  EXPECT_EQ(destroyed, 1);
+}
+
 TEST(Object, TerminateMayKeepTheObjectAlive) {
   Ref<Object> slot;
   int destroyed = 0;
