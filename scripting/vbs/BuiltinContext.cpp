@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "core/DateTime.h"
+
 namespace tessel::vbs {
 
 void BuiltinContext::Step() noexcept { seed_ = (seed_ * 0x43FD43FDu + 0xC39EC3u) & 0xFFFFFFu; }
@@ -17,6 +19,8 @@ float BuiltinContext::NextRandom(float number) noexcept {
   }
   return static_cast<float>(seed_) / 16777216.0f;
 }
+
+double BuiltinContext::Now() const { return clock_ ? clock_() : DateTime::Now(); }
 
 void BuiltinContext::Randomize(double number) noexcept {
   uint64_t bits;

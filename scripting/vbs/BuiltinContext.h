@@ -4,10 +4,13 @@
 // keep no state of their own, so engines on different threads never share
 // anything. What lives here is the random-number generator of Rnd and
 // Randomize (a 24-bit linear congruential sequence that reproduces the
-// script language's own numbers for a given seed) and the last value Rnd gave.
+// script language's own numbers for a given seed) and the clock that Date,
+// Time, Now, Timer and Randomize read: the local system clock unless the
+// owner sets another (a test pinning the time, a host replaying a run).
 #pragma once
 
 #include <cstdint>
+#include <functional>
 
 namespace tessel::vbs {
 
@@ -23,10 +26,16 @@ class BuiltinContext {
 
   uint32_t Seed() const noexcept { return seed_; }
 
+  // The current local time as a date serial (days since 1899-12-30).
+  double Now() const;
+  // Replaces the clock; an empty function restores the system clock.
+  void SetClock(std::function<double()> clock) { clock_ = std::move(clock); }
+
  private:
   void Step() noexcept;
 
   uint32_t seed_ = 0x50000;
+  std::function<double()> clock_;
 };
 
 }  // namespace tessel::vbs

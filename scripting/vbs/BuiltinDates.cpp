@@ -6,6 +6,7 @@
 #include "core/DateTime.h"
 #include "scripting/vbs/BuiltinArgs.h"
 #include "scripting/vbs/BuiltinCalendar.h"
+#include "scripting/vbs/BuiltinContext.h"
 #include "scripting/vbs/FormatDateText.h"
 
 namespace tessel::vbs {
@@ -77,6 +78,21 @@ int64_t FloorDiv(int64_t a, int64_t b) {
   return q;
 }
 
+// The clock as whole day and whole second of the day. The seconds are cut,
+// not rounded, so that Date, Time and Now agree at the turn of a day.
+struct ClockParts {
+  int64_t day;
+  int64_t second;
+};
+
+ClockParts ClockReading(const BuiltinContext& context) {
+  double now = context.Now();
+  double day = std::floor(now);
+  int64_t second = static_cast<int64_t>(std::floor((now - day) * 86400.0 + 1e-7));
+  if (second > 86399) second = 86399;
+  return ClockParts{static_cast<int64_t>(day), second};
+}
+
 Variant DatePartValue(const Variant& arg, int part) {
   Variant v = ArgValue(arg);
   if (v.IsNull()) return v;
@@ -85,10 +101,7 @@ Variant DatePartValue(const Variant& arg, int part) {
   return Variant::FromInteger(static_cast<int16_t>(values[part]));
 }
 
-}  // namespace
-
-double AddToDate(std::string_view intervalText, double number, double serial) {
-  Interval interval = ParseInterval(Variant(intervalText));
+double AddInterval(Interval interval, double number, double serial) {
   if (!std::isfinite(number)) ThrowRuntimeError(5);
   if (!calendar::InRange(serial)) ThrowRuntimeError(5);
   double n = std::nearbyint(number);
@@ -115,38 +128,38 @@ double AddToDate(std::string_view intervalText, double number, double serial) {
   ThrowRuntimeError(5);
 }
 
+}  // namespace
+
+double AddToDate(std::string_view interval, double number, double serial) {
+  return AddInterval(ParseInterval(Variant(interval)), number, serial);
+}
+
 namespace builtins {
 
-Variant Date(BuiltinContext&, const Variant*, int) {
-  return Variant::FromDate(static_cast<double>(calendar::SerialDay(DateTime::Now())));
+Variant Date(BuiltinContext& context, const Variant*, int) {
+  return Variant::FromDate(static_cast<double>(ClockReading(context).day));
 }
 
-Variant Time(BuiltinContext&, const Variant*, int) {
-  double now = DateTime::Now();
-  int64_t seconds = static_cast<int64_t>(std::floor(DateTime::TimeOf(now) * 86400.0 + 1e-6));
-  return Variant::FromDate(static_cast<double>(seconds % 86400) / 86400.0);
+Variant Time(BuiltinContext& context, const Variant*, int) {
+  return Variant::FromDate(static_cast<double>(ClockReading(context).second) / 86400.0);
 }
 
-Variant Now(BuiltinContext&, const Variant*, int) {
-  double now = DateTime::Now();
-  int64_t day = DateTime::DayOf(now);
-  int64_t seconds = static_cast<int64_t>(std::floor(DateTime::TimeOf(now) * 86400.0 + 1e-6));
-  return Variant::FromDate(calendar::SecondsToSerial(day * 86400 + seconds % 86400));
+Variant Now(BuiltinContext& context, const Variant*, int) {
+  ClockParts now = ClockReading(context);
+  return Variant::FromDate(calendar::SecondsToSerial(now.day * 86400 + now.second));
 }
 
-Variant Timer(BuiltinContext&, const Variant*, int) {
-  double now = DateTime::Now();
-  return Variant::FromSingle(static_cast<float>(DateTime::TimeOf(now) * 86400.0));
+Variant Timer(BuiltinContext& context, const Variant*, int) {
+  double now = context.Now();
+  return Variant::FromSingle(static_cast<float>((now - std::floor(now)) * 86400.0));
 }
 
 Variant DateAdd(BuiltinContext&, const Variant* args, int) {
-  Variant interval = ArgValue(args[0]);
+  Interval interval = ParseInterval(args[0]);
   double number = args[1].ToDouble();
   Variant date = ArgValue(args[2]);
   if (date.IsNull()) return date;
-  std::string text = interval.IsNull() ? std::string() : interval.ToString();
-  if (interval.IsNull()) ThrowRuntimeError(94);
-  return Variant::FromDate(AddToDate(text, number, DateArg(date)));
+  return Variant::FromDate(AddInterval(interval, number, DateArg(date)));
 }
 
 Variant DateDiff(BuiltinContext&, const Variant* args, int argc) {

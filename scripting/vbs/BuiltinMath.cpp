@@ -21,9 +21,8 @@ Variant DoubleFunction(const Variant& arg, F f) {
   return Variant(result);
 }
 
-double SecondsSinceMidnight() {
-  double now = DateTime::Now();
-  return DateTime::TimeOf(now) * 86400.0;
+double SecondsSinceMidnight(const BuiltinContext& context) {
+  return DateTime::TimeOf(context.Now()) * 86400.0;
 }
 
 }  // namespace
@@ -98,7 +97,7 @@ Variant Rnd(BuiltinContext& context, const Variant* args, int argc) {
 Variant Randomize(BuiltinContext& context, const Variant* args, int argc) {
   double seed = HasArg(args, argc, 0)
                     ? args[0].ToDouble()
-                    : static_cast<double>(static_cast<float>(SecondsSinceMidnight()));
+                    : static_cast<double>(static_cast<float>(SecondsSinceMidnight(context)));
   context.Randomize(seed);
   return Variant();
 }

@@ -9,43 +9,46 @@ namespace tessel::vbs::builtins {
 
 namespace {
 
-// The text of a string argument (objects through their default value):
-// a view of the argument's own buffer when it is a String, else the
-// converted text held here. Not copyable, so the view cannot outlive it.
+// The text of a string argument. An object stands for its default value,
+// fetched once; a String is viewed in place, anything else converted and held
+// here. Null is reported by IsNull() and has no text. Not copyable, so the
+// view cannot outlive its owner.
 class TextArg {
  public:
   explicit TextArg(const Variant& v) {
-    if (v.IsString()) {
-      view_ = v.StringValue();
+    const Variant* value = &v;
+    if (v.IsObject()) {
+      held_ = v.Dereference();
+      value = &held_;
+    }
+    if (value->IsNull()) {
+      null_ = true;
+    } else if (value->IsString()) {
+      view_ = value->StringValue();
     } else {
-      owned_ = ArgValue(v).ToString();
+      owned_ = value->ToString();
       view_ = owned_;
     }
   }
   TextArg(const TextArg&) = delete;
   TextArg& operator=(const TextArg&) = delete;
+  bool IsNull() const noexcept { return null_; }
   operator std::string_view() const noexcept { return view_; }
   std::string_view view() const noexcept { return view_; }
   bool empty() const noexcept { return view_.empty(); }
   size_t size() const noexcept { return view_.size(); }
 
  private:
+  Variant held_;
   std::string owned_;
   std::string_view view_;
+  bool null_ = false;
 };
-
-std::string TextOf(const Variant& v) { return std::string(TextArg(v).view()); }
 
 // The whole text as a String result, sharing the argument's buffer when it
 // already is one.
 Variant Whole(const Variant& arg, const TextArg& text) {
   return arg.IsString() ? arg : Variant(text.view());
-}
-
-bool IsNullArg(const Variant& v) {
-  if (v.IsNull()) return true;
-  if (v.IsObject()) return v.Dereference().IsNull();
-  return false;
 }
 
 void CheckLength(int64_t units) {
@@ -57,8 +60,8 @@ bool IsTrimmed(char c) { return c == ' '; }
 enum class TrimSide { Left, Right, Both };
 
 Variant TrimImpl(const Variant* args, TrimSide side) {
-  if (IsNullArg(args[0])) return Variant::Null();
   TextArg arg(args[0]);
+  if (arg.IsNull()) return Variant::Null();
   std::string_view s = arg.view();
   size_t begin = 0, end = s.size();
   if (side != TrimSide::Right) {
@@ -98,8 +101,9 @@ Variant Len(BuiltinContext&, const Variant* args, int) {
     std::string_view s = v.StringValue();
     return Variant(static_cast<int32_t>(text::Length(s)));
   }
-  if (IsNullArg(v)) return Variant::Null();
-  return Variant(static_cast<int32_t>(text::Length(TextOf(v))));
+  TextArg s(v);
+  if (s.IsNull()) return Variant::Null();
+  return Variant(static_cast<int32_t>(text::Length(s)));
 }
 
 Variant LenB(BuiltinContext& context, const Variant* args, int argc) {
@@ -111,8 +115,8 @@ Variant LenB(BuiltinContext& context, const Variant* args, int argc) {
 Variant Left(BuiltinContext&, const Variant* args, int) {
   int32_t count = args[1].ToLong();
   if (count < 0) InvalidArgument();
-  if (IsNullArg(args[0])) return Variant::Null();
   TextArg s(args[0]);
+  if (s.IsNull()) return Variant::Null();
   if (static_cast<size_t>(count) >= s.size()) return Whole(args[0], s);
   return Variant(text::Substring(s, 0, count));
 }
@@ -120,8 +124,8 @@ Variant Left(BuiltinContext&, const Variant* args, int) {
 Variant Right(BuiltinContext&, const Variant* args, int) {
   int32_t count = args[1].ToLong();
   if (count < 0) InvalidArgument();
-  if (IsNullArg(args[0])) return Variant::Null();
   TextArg s(args[0]);
+  if (s.IsNull()) return Variant::Null();
   int64_t length = text::Length(s);
   if (count >= length) return Whole(args[0], s);
   return Variant(text::Substring(s, length - count, count));
@@ -135,8 +139,8 @@ Variant Mid(BuiltinContext&, const Variant* args, int argc) {
     count = args[2].ToLong();
     if (count < 0) InvalidArgument();
   }
-  if (IsNullArg(args[0])) return Variant::Null();
   TextArg s(args[0]);
+  if (s.IsNull()) return Variant::Null();
   if (start == 1 && count >= static_cast<int64_t>(s.size())) return Whole(args[0], s);
   return Variant(text::Substring(s, start - 1, count));
 }
@@ -154,9 +158,9 @@ Variant InStr(BuiltinContext&, const Variant* args, int argc) {
     strings = args + 1;
     textCompare = TextCompareArg(args, argc, 3);
   }
-  if (IsNullArg(strings[0]) || IsNullArg(strings[1])) return Variant::Null();
   TextArg haystack(strings[0]);
   TextArg needle(strings[1]);
+  if (haystack.IsNull() || needle.IsNull()) return Variant::Null();
   int64_t length = text::Length(haystack);
   if (start > length) return Variant(int32_t{0});
   if (needle.empty()) return Variant(static_cast<int32_t>(start));
@@ -168,9 +172,9 @@ Variant InStrRev(BuiltinContext&, const Variant* args, int argc) {
   int64_t start = LongArg(args, argc, 2, -1);
   if (start == 0 || start < -1) InvalidArgument();
   bool textCompare = TextCompareArg(args, argc, 3);
-  if (IsNullArg(args[0]) || IsNullArg(args[1])) return Variant::Null();
   TextArg haystack(args[0]);
   TextArg needle(args[1]);
+  if (haystack.IsNull() || needle.IsNull()) return Variant::Null();
   int64_t length = text::Length(haystack);
   if (start == -1) start = length;
   if (length == 0 || start > length) return Variant(int32_t{0});
@@ -184,12 +188,10 @@ Variant Replace(BuiltinContext&, const Variant* args, int argc) {
   int64_t count = LongArg(args, argc, 4, -1);
   if (start < 1 || count < -1) InvalidArgument();
   bool textCompare = TextCompareArg(args, argc, 5);
-  for (int i = 0; i < 3; ++i) {
-    if (IsNullArg(args[i])) ThrowRuntimeError(94);
-  }
   TextArg s(args[0]);
   TextArg find(args[1]);
   TextArg with(args[2]);
+  if (s.IsNull() || find.IsNull() || with.IsNull()) ThrowRuntimeError(94);
   return Variant(text::Replace(s, find, with, start - 1, count, textCompare));
 }
 
@@ -240,13 +242,15 @@ Variant LTrim(BuiltinContext&, const Variant* args, int) { return TrimImpl(args,
 Variant RTrim(BuiltinContext&, const Variant* args, int) { return TrimImpl(args, TrimSide::Right); }
 
 Variant UCase(BuiltinContext&, const Variant* args, int) {
-  if (IsNullArg(args[0])) return Variant::Null();
-  return Variant(text::ToUpper(TextOf(args[0])));
+  TextArg s(args[0]);
+  if (s.IsNull()) return Variant::Null();
+  return Variant(text::ToUpper(s));
 }
 
 Variant LCase(BuiltinContext&, const Variant* args, int) {
-  if (IsNullArg(args[0])) return Variant::Null();
-  return Variant(text::ToLower(TextOf(args[0])));
+  TextArg s(args[0]);
+  if (s.IsNull()) return Variant::Null();
+  return Variant(text::ToLower(s));
 }
 
 Variant Space(BuiltinContext&, const Variant* args, int) {
@@ -257,10 +261,11 @@ Variant Space(BuiltinContext&, const Variant* args, int) {
 }
 
 Variant String(BuiltinContext&, const Variant* args, int) {
-  if (IsNullArg(args[0]) || IsNullArg(args[1])) return Variant::Null();
-  int32_t count = args[0].ToLong();
-  if (count < 0) InvalidArgument();
+  Variant countArg = ArgValue(args[0]);
   Variant ch = ArgValue(args[1]);
+  if (countArg.IsNull() || ch.IsNull()) return Variant::Null();
+  int32_t count = countArg.ToLong();
+  if (count < 0) InvalidArgument();
   std::string unit;
   if (ch.IsString()) {
     std::string_view s = ch.StringValue();
@@ -279,33 +284,35 @@ Variant String(BuiltinContext&, const Variant* args, int) {
 
 Variant StrComp(BuiltinContext&, const Variant* args, int argc) {
   bool textCompare = TextCompareArg(args, argc, 2);
-  if (IsNullArg(args[0]) || IsNullArg(args[1])) return Variant::Null();
-  return Variant::FromInteger(
-      static_cast<int16_t>(text::Compare(TextOf(args[0]), TextOf(args[1]), textCompare)));
+  TextArg a(args[0]);
+  TextArg b(args[1]);
+  if (a.IsNull() || b.IsNull()) return Variant::Null();
+  return Variant::FromInteger(static_cast<int16_t>(text::Compare(a, b, textCompare)));
 }
 
 Variant StrReverse(BuiltinContext&, const Variant* args, int) {
-  if (IsNullArg(args[0])) ThrowRuntimeError(94);
-  return Variant(text::Reverse(TextOf(args[0])));
+  TextArg s(args[0]);
+  if (s.IsNull()) ThrowRuntimeError(94);
+  return Variant(text::Reverse(s));
 }
 
 Variant Asc(BuiltinContext&, const Variant* args, int) {
-  if (IsNullArg(args[0])) ThrowRuntimeError(94);
   TextArg s(args[0]);
+  if (s.IsNull()) ThrowRuntimeError(94);
   if (s.empty()) InvalidArgument();
   return Variant::FromInteger(static_cast<int16_t>(text::UnitToAnsi(text::FirstUnit(s))));
 }
 
 Variant AscB(BuiltinContext&, const Variant* args, int) {
-  if (IsNullArg(args[0])) ThrowRuntimeError(94);
   TextArg s(args[0]);
+  if (s.IsNull()) ThrowRuntimeError(94);
   if (s.empty()) InvalidArgument();
   return Variant::FromByte(static_cast<uint8_t>(text::FirstUnit(s) & 0xFF));
 }
 
 Variant AscW(BuiltinContext&, const Variant* args, int) {
-  if (IsNullArg(args[0])) ThrowRuntimeError(94);
   TextArg s(args[0]);
+  if (s.IsNull()) ThrowRuntimeError(94);
   if (s.empty()) InvalidArgument();
   return Variant::FromInteger(static_cast<int16_t>(text::FirstUnit(s)));
 }
@@ -334,8 +341,9 @@ Variant ChrW(BuiltinContext&, const Variant* args, int) {
 }
 
 Variant Escape(BuiltinContext&, const Variant* args, int) {
-  if (IsNullArg(args[0])) return Variant::Null();
-  std::u16string units = text::ToUtf16(TextOf(args[0]));
+  TextArg s(args[0]);
+  if (s.IsNull()) return Variant::Null();
+  std::u16string units = text::ToUtf16(s);
   static const char kHex[] = "0123456789ABCDEF";
   std::string out;
   out.reserve(units.size());
@@ -355,8 +363,9 @@ Variant Escape(BuiltinContext&, const Variant* args, int) {
 }
 
 Variant Unescape(BuiltinContext&, const Variant* args, int) {
-  if (IsNullArg(args[0])) return Variant::Null();
-  std::u16string in = text::ToUtf16(TextOf(args[0]));
+  TextArg s(args[0]);
+  if (s.IsNull()) return Variant::Null();
+  std::u16string in = text::ToUtf16(s);
   std::u16string out;
   out.reserve(in.size());
   for (size_t i = 0; i < in.size(); ++i) {

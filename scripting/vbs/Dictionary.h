@@ -4,8 +4,8 @@
 // them in that order; Remove keeps the rest in order). Numbers of any subtype
 // that are equal are one key; text keys compare as text (binary or, with
 // CompareMode 1, without regard to case); object keys compare by identity.
-// Reading Item of a missing key adds it with an Empty item, as the original
-// does. Errors: Add of an existing key raises 457, Remove and Key of a missing
+// Reading Item of a missing key adds it with an Empty item, as scripts expect
+// of the scripting runtime. Errors: Add of an existing key raises 457, Remove and Key of a missing
 // key raise 32811 "Element not found", CompareMode on a non-empty dictionary
 // raises 5.
 //

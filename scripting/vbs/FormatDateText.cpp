@@ -16,9 +16,16 @@ constexpr std::string_view kWeekdays[7] = {"Sunday",   "Monday", "Tuesday", "Wed
                                            "Thursday", "Friday", "Saturday"};
 
 void AppendNumber(std::string& out, int value, int width) {
-  std::string digits = std::to_string(value);
-  if (static_cast<int>(digits.size()) < width) out.append(width - digits.size(), '0');
-  out += digits;
+  char digits[12];
+  int n = 0;
+  unsigned v = value < 0 ? 0u - static_cast<unsigned>(value) : static_cast<unsigned>(value);
+  do {
+    digits[n++] = static_cast<char>('0' + v % 10);
+    v /= 10;
+  } while (v);
+  if (value < 0) out.push_back('-');
+  for (int pad = n; pad < width; ++pad) out.push_back('0');
+  while (n) out.push_back(digits[--n]);
 }
 
 int Hour12(int hour) { return hour % 12 == 0 ? 12 : hour % 12; }

@@ -1,8 +1,7 @@
 #include "scripting/vbs/FormatDigits.h"
 
 #include <cmath>
-#include <cstdio>
-#include <cstdlib>
+#include <charconv>
 
 namespace tessel::vbs {
 
@@ -11,12 +10,16 @@ FormatDigits FormatDigits::FromDouble(double value, int significant) {
   if (!std::isfinite(value) || value == 0) return d;
   d.negative = value < 0;
   char buf[64];
-  std::snprintf(buf, sizeof buf, "%.*e", significant - 1, std::fabs(value));
+  auto [end, ec] = std::to_chars(buf, buf + sizeof buf, std::fabs(value),
+                                 std::chars_format::scientific, significant - 1);
+  if (ec != std::errc()) return d;
   const char* p = buf;
-  for (; *p && *p != 'e'; ++p) {
+  for (; p < end && *p != 'e'; ++p) {
     if (*p >= '0' && *p <= '9') d.digits.push_back(*p);
   }
-  d.exponent = (*p == 'e' ? std::atoi(p + 1) : 0) + 1;
+  int exponent = 0;
+  if (p < end) std::from_chars(p + (p[1] == '+' ? 2 : 1), end, exponent);
+  d.exponent = exponent + 1;
   d.Trim();
   return d;
 }

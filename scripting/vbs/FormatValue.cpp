@@ -136,10 +136,6 @@ NumberPattern ParseNumberPattern(std::string_view p) {
   return np;
 }
 
-bool HasDigitPlaceholders(const NumberPattern& np) {
-  return np.integerPlaces + np.fractionPlaces > 0;
-}
-
 // Lays out the absolute value d with the section's placeholders.
 std::string FormatNumberSection(FormatDigits d, const NumberPattern& np) {
   d.negative = false;
@@ -236,16 +232,9 @@ std::string FormatNumberSection(FormatDigits d, const NumberPattern& np) {
       }
     }
   }
-  if (emitted < total) {
-    // No placeholder took the integer digits (a pattern such as ".00" or a
-    // literal only): they go in front.
-    std::string rest;
-    for (int k = emitted; k < total; ++k) rest.push_back(shown[static_cast<size_t>(k)]);
-    if (np.integerPlaces == 0 && HasDigitPlaceholders(np)) {
-      size_t pointAt = out.find('.');
-      out.insert(pointAt == std::string::npos ? out.size() : pointAt, rest);
-    }
-  }
+  // The last integer placeholder, the point or the exponent has taken every
+  // integer digit by now; a section without any placeholder shows only its
+  // literal text.
   return out;
 }
 

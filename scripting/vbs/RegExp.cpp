@@ -115,7 +115,9 @@ void RegExp::SetMultiline(bool value) {
 
 const RegExp::Compiled& RegExp::Code() {
   if (code_) return *code_;
-  uint32_t options = PCRE2_UTF | PCRE2_MATCH_INVALID_UTF | PCRE2_ALT_BSUX;
+  // Script patterns follow the JScript dialect: \uhhhh and \xhh escapes, and
+  // "[^]" as any character.
+  uint32_t options = PCRE2_UTF | PCRE2_MATCH_INVALID_UTF | PCRE2_ALT_BSUX | PCRE2_ALLOW_EMPTY_CLASS;
   if (ignoreCase_) options |= PCRE2_CASELESS;
   if (multiline_) {
     options |= PCRE2_MULTILINE;

@@ -120,6 +120,7 @@ TEST(BuiltinDates, SerialsAndValues) {
       {"TimeSerial", {L(12), L(30), L(0)}, Variant::FromDate(0.5 + 30.0 / 1440)},
       {"TimeSerial", {L(25), L(0), L(0)}, Date(1899, 12, 31, 1)},
       {"TimeSerial", {L(0), L(90), L(0)}, Variant::FromDate(1.5 / 24)},
+      {"TimeSerial", {L(12 - 6), L(-15), L(0)}, Variant::FromDate(5.75 / 24)},
       {"DateValue", {Date(2024, 2, 28, 13)}, Date(2024, 2, 28)},
       {"DateValue", {Str("2024-02-28 10:00")}, Date(2024, 2, 28)},
       {"TimeValue", {Date(2024, 2, 28, 12)}, Variant::FromDate(0.5)},
@@ -132,6 +133,25 @@ TEST(BuiltinDates, SerialsAndValues) {
       {"DateSerial", {L(2024), Str("x"), L(1)}, 13},
       {"DateValue", {Str("x")}, 13},
   });
+}
+
+TEST(BuiltinDates, ClockFunctionsReadTheContextClock) {
+  BuiltinContext context;
+  // 28 February 2024, one second before midnight and a little: every clock
+  // function must see the same day.
+  double lateEvening = Date(2024, 2, 28).DateValue() + (86399.6 / 86400.0);
+  context.SetClock([lateEvening] { return lateEvening; });
+  ExpectValue(Call(context, "Date", {}), Date(2024, 2, 28), "Date");
+  ExpectValue(Call(context, "Now", {}), Date(2024, 2, 28, 23, 59, 59), "Now");
+  ExpectValue(Call(context, "Time", {}), Variant::FromDate(86399.0 / 86400.0), "Time");
+  EXPECT_NEAR(Call(context, "Timer", {}).SingleValue(), 86399.6f, 0.01f);
+  // Randomize without a number seeds from the clock: the same clock, the
+  // same sequence.
+  BuiltinContext other;
+  other.SetClock([lateEvening] { return lateEvening; });
+  Call(context, "Randomize", {});
+  Call(other, "Randomize", {});
+  EXPECT_EQ(Call(context, "Rnd", {}).SingleValue(), Call(other, "Rnd", {}).SingleValue());
 }
 
 TEST(BuiltinDates, ClockFunctionsAgree) {

@@ -179,6 +179,12 @@ TEST(RegExp, TestAndProperties) {
   Ref<Object> single = MakeRegExp("^b$");
   EXPECT_FALSE(CallMethod(single, "Test", {Str("a\nb\nc")}).BooleanValue());
   EXPECT_FALSE(CallMethod(MakeRegExp("a.b"), "Test", {Str("a\nb")}).BooleanValue());
+  // The JScript dialect: [^] is any character, \u and \x take hex digits.
+  EXPECT_TRUE(CallMethod(MakeRegExp("a[^]b"), "Test", {Str("a\nb")}).BooleanValue());
+  EXPECT_TRUE(CallMethod(MakeRegExp("\\u00e9\\x41"), "Test",
+                         {Str("\xC3\xA9"
+                              "A")})
+                  .BooleanValue());
 }
 
 TEST(RegExp, ExecuteMatchesAndSubMatches) {
@@ -247,6 +253,88 @@ TEST(RegExp, BadPatternsAndRunawayMatches) {
   int32_t runaway =
       ErrorNumber([&] { CallMethod(MakeRegExp("^(a|a?)+$"), "Test", {Str(subject)}); });
   EXPECT_EQ(runaway, 5);
+}
+
+}  // namespace
+}  // namespace tessel::vbs::testing
+
+namespace tessel::vbs::testing {
+namespace {
+
+TEST(BuiltinsOnObjects, DefaultValuesStandForTheObject) {
+  Ref<Object> re = CreateRegExp();
+  std::vector<Variant> pattern{Str("b+")};
+  re->Invoke(re->GetMemberId("Pattern"), InvokeKind::PropertyLet, pattern);
+  std::vector<Variant> subject{Str("abbbc")};
+  Variant matches = re->Invoke(re->GetMemberId("Execute"), InvokeKind::Method, subject);
+  std::vector<Variant> first{Variant(0)};
+  Variant match = matches.ObjectPtr()->Invoke(kDispIdDefault, InvokeKind::PropertyGet, first);
+  // A Match's default member is its Value.
+  ExpectValue(Call("VarType", {match}), Int16(8), "VarType(match)");
+  ExpectValue(Call("TypeName", {match}), Str("IMatch2"), "TypeName(match)");
+  ExpectValue(Call("Len", {match}), Variant(3), "Len(match)");
+  ExpectValue(Call("UCase", {match}), Str("BBB"), "UCase(match)");
+  ExpectValue(Call("IsObject", {match}), Variant(true), "IsObject(match)");
+  // A Dictionary's default member needs a key: VarType reports an object.
+  Variant dictionary(CreateDictionary());
+  ExpectValue(Call("VarType", {dictionary}), Int16(9), "VarType(dictionary)");
+  ExpectValue(Call("TypeName", {dictionary}), Str("Dictionary"), "TypeName(dictionary)");
+  ExpectValue(Call("VarType", {Variant::Nothing()}), Int16(9), "VarType(Nothing)");
+  ExpectValue(Call("TypeName", {Variant::Nothing()}), Str("Nothing"), "TypeName(Nothing)");
+  EXPECT_EQ(ErrorOf("Len", {Variant::Nothing()}), 91);
+}
+
+}  // namespace
+}  // namespace tessel::vbs::testing
+
+namespace tessel::vbs::testing {
+namespace {
+
+// An object whose default property counts its reads, like a script class
+// with a Property Get that has side effects.
+class CountingObject : public Object {
+ public:
+  explicit CountingObject(Variant value) : value_(std::move(value)) {}
+  std::string TypeName() const override { return "Counter"; }
+  Variant Invoke(DispId id, InvokeKind, std::span<Variant>) override {
+    if (id != kDispIdDefault) ThrowMemberNotFound();
+    ++reads;
+    return value_;
+  }
+  int reads = 0;
+
+ private:
+  Variant value_;
+};
+
+TEST(BuiltinsOnObjects, DefaultValueIsReadOnce) {
+  struct Case {
+    std::string_view name;
+    std::vector<Variant> extra;
+  };
+  const Case cases[] = {{"Len", {}},
+                        {"UCase", {}},
+                        {"Trim", {}},
+                        {"Left", {Variant(2)}},
+                        {"Mid", {Variant(2)}},
+                        {"InStr", {Str("b")}},
+                        {"StrComp", {Str("x")}},
+                        {"Replace", {Str("b"), Str("c")}},
+                        {"Year", {}},
+                        {"Abs", {}},
+                        {"CInt", {}},
+                        {"FormatNumber", {}},
+                        {"Hex", {}},
+                        {"Round", {}}};
+  for (const Case& c : cases) {
+    bool numeric = c.name == "Year" || c.name == "Abs" || c.name == "CInt" ||
+                   c.name == "FormatNumber" || c.name == "Hex" || c.name == "Round";
+    Ref<CountingObject> counter = MakeRef<CountingObject>(numeric ? Variant(12345) : Str("abc"));
+    std::vector<Variant> args{Variant(counter)};
+    args.insert(args.end(), c.extra.begin(), c.extra.end());
+    Call(c.name, args);
+    EXPECT_EQ(counter->reads, 1) << c.name;
+  }
 }
 
 }  // namespace

@@ -11,19 +11,105 @@ namespace tessel::vbs::testing {
 namespace {
 
 // Every built-in of the table.
-constexpr std::string_view kNames[] = {
-    "Abs", "Array", "Asc", "AscB", "AscW", "Atn", "CBool", "CByte", "CCur", "CDate", "CDbl", "Chr",
-    "ChrB", "ChrW", "CInt", "CLng", "Cos", "CSng", "CStr", "Date", "DateAdd", "DateDiff",
-    "DatePart", "DateSerial", "DateValue", "Day", "Escape", "Exp", "Filter", "Fix",
-    "FormatCurrency", "FormatDateTime", "FormatNumber", "FormatPercent", "GetLocale", "Hex", "Hour",
-    "InStr", "InStrB", "InStrRev", "Int", "IsArray", "IsDate", "IsEmpty", "IsNull", "IsNumeric",
-    "IsObject", "Join", "LBound", "LCase", "Left", "LeftB", "Len", "LenB", "Log", "LTrim", "Mid",
-    "MidB", "Minute", "Month", "MonthName", "Now", "Oct", "Randomize", "Replace", "RGB", "Right",
-    "RightB", "Rnd", "Round", "RTrim", "ScriptEngine", "ScriptEngineBuildVersion",
-    "ScriptEngineMajorVersion", "ScriptEngineMinorVersion", "Second", "SetLocale", "Sgn", "Sin",
-    "Space", "Split", "Sqr", "StrComp", "String", "StrReverse", "Tan", "Time", "Timer",
-    "TimeSerial", "TimeValue", "Trim", "TypeName", "UBound", "UCase", "Unescape", "VarType",
-    "Weekday", "WeekdayName", "Year"};
+constexpr std::string_view kNames[] = {"Abs",
+                                       "Array",
+                                       "Asc",
+                                       "AscB",
+                                       "AscW",
+                                       "Atn",
+                                       "CBool",
+                                       "CByte",
+                                       "CCur",
+                                       "CDate",
+                                       "CDbl",
+                                       "Chr",
+                                       "ChrB",
+                                       "ChrW",
+                                       "CInt",
+                                       "CLng",
+                                       "Cos",
+                                       "CSng",
+                                       "CStr",
+                                       "Date",
+                                       "DateAdd",
+                                       "DateDiff",
+                                       "DatePart",
+                                       "DateSerial",
+                                       "DateValue",
+                                       "Day",
+                                       "Escape",
+                                       "Exp",
+                                       "Filter",
+                                       "Fix",
+                                       "FormatCurrency",
+                                       "FormatDateTime",
+                                       "FormatNumber",
+                                       "FormatPercent",
+                                       "GetLocale",
+                                       "Hex",
+                                       "Hour",
+                                       "InStr",
+                                       "InStrB",
+                                       "InStrRev",
+                                       "Int",
+                                       "IsArray",
+                                       "IsDate",
+                                       "IsEmpty",
+                                       "IsNull",
+                                       "IsNumeric",
+                                       "IsObject",
+                                       "Join",
+                                       "LBound",
+                                       "LCase",
+                                       "Left",
+                                       "LeftB",
+                                       "Len",
+                                       "LenB",
+                                       "Log",
+                                       "LTrim",
+                                       "Mid",
+                                       "MidB",
+                                       "Minute",
+                                       "Month",
+                                       "MonthName",
+                                       "Now",
+                                       "Oct",
+                                       "Randomize",
+                                       "Replace",
+                                       "RGB",
+                                       "Right",
+                                       "RightB",
+                                       "Rnd",
+                                       "Round",
+                                       "RTrim",
+                                       "ScriptEngine",
+                                       "ScriptEngineBuildVersion",
+                                       "ScriptEngineMajorVersion",
+                                       "ScriptEngineMinorVersion",
+                                       "Second",
+                                       "SetLocale",
+                                       "Sgn",
+                                       "Sin",
+                                       "Space",
+                                       "Split",
+                                       "Sqr",
+                                       "StrComp",
+                                       "String",
+                                       "StrReverse",
+                                       "Tan",
+                                       "Time",
+                                       "Timer",
+                                       "TimeSerial",
+                                       "TimeValue",
+                                       "Trim",
+                                       "TypeName",
+                                       "UBound",
+                                       "UCase",
+                                       "Unescape",
+                                       "VarType",
+                                       "Weekday",
+                                       "WeekdayName",
+                                       "Year"};
 
 // Awkward argument values: every subtype, the edges of the numeric ranges,
 // text that is and is not a number or a date, objects and arrays.
@@ -80,7 +166,8 @@ TEST(BuiltinRobustness, OddArgumentsRaiseNumberedErrors) {
     ASSERT_NE(f, nullptr) << name;
     int maxArgs = std::min<int>(f->maxArgs, 6);
     for (int trial = 0; trial < 400; ++trial) {
-      int argc = f->minArgs + static_cast<int>(random() % static_cast<unsigned>(maxArgs - f->minArgs + 1));
+      int argc =
+          f->minArgs + static_cast<int>(random() % static_cast<unsigned>(maxArgs - f->minArgs + 1));
       std::vector<Variant> args;
       for (int i = 0; i < argc; ++i) args.push_back(pool[random() % pool.size()]);
       try {
@@ -97,7 +184,8 @@ TEST(BuiltinRobustness, OddArgumentsRaiseNumberedErrors) {
 
 TEST(BuiltinRobustness, ValuesOutsideTheirRangesRaise) {
   double nan = std::numeric_limits<double>::quiet_NaN();
-  Variant minCurrency = Variant::FromCurrency(Currency::FromRaw(std::numeric_limits<int64_t>::min()));
+  Variant minCurrency =
+      Variant::FromCurrency(Currency::FromRaw(std::numeric_limits<int64_t>::min()));
   RunErrorCases({
       {"Int", {minCurrency}, 6},
       {"Year", {Variant::FromDate(1e300)}, 5},
@@ -111,10 +199,25 @@ TEST(BuiltinRobustness, ValuesOutsideTheirRangesRaise) {
 
 TEST(BuiltinRobustness, FormatValueSurvivesOddPatterns) {
   std::vector<Variant> pool = OddValues();
-  const std::string_view patterns[] = {"", "0", "#,##0.00;(#,##0.00);\"zero\";\"null\"", "0.00E+00",
-                                       "E+", "\"", "\\", ";;;;", "%%%", "yyyy-mm-dd hh:nn:ss AM/PM",
-                                       "@@@!", "0.0#E-##", ",,,,", "#,##0,,", "ddddddd", "Percent",
-                                       "General Date", "Scientific", "0000000000000000000000000.000"};
+  const std::string_view patterns[] = {"",
+                                       "0",
+                                       "#,##0.00;(#,##0.00);\"zero\";\"null\"",
+                                       "0.00E+00",
+                                       "E+",
+                                       "\"",
+                                       "\\",
+                                       ";;;;",
+                                       "%%%",
+                                       "yyyy-mm-dd hh:nn:ss AM/PM",
+                                       "@@@!",
+                                       "0.0#E-##",
+                                       ",,,,",
+                                       "#,##0,,",
+                                       "ddddddd",
+                                       "Percent",
+                                       "General Date",
+                                       "Scientific",
+                                       "0000000000000000000000000.000"};
   for (const Variant& v : pool) {
     for (std::string_view p : patterns) {
       try {
