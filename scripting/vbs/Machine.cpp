@@ -656,11 +656,12 @@ Machine::Flow Machine::ExecFor(const ForStmt& s, Frame& f) {
   numeric(to);
   numeric(step);
   const bool down = Compare(step, Variant::FromInteger(0)) == CompareResult::Less;
+  // The counter's storage (a slot, a global entry or a field) stays put for
+  // the whole loop.
   Variant* counter = VariableRef(name, f);
   if (!counter) ThrowRuntimeError(13);
   *counter = from;
   for (;;) {
-    counter = VariableRef(name, f);
     bool past;
     if (!FastPastEnd(*counter, to, down, past)) {
       CompareResult r = Compare(*counter, to);
@@ -670,7 +671,6 @@ Machine::Flow Machine::ExecFor(const ForStmt& s, Frame& f) {
     Flow flow = ExecBlock(s.body, f);
     if (flow == Flow::ExitFor) break;
     if (flow != Flow::Normal) return flow;
-    counter = VariableRef(name, f);
     if (!FastStep(*counter, step)) *counter = FastAdd(*counter, step);
     Tick();
   }
@@ -780,13 +780,34 @@ Variant Machine::Eval(const Expr& e, Frame& f) {
   return Variant();
 }
 
+// The value of an operand without copying it when it is a literal or a plain
+// variable; otherwise evaluated into `temp`.
+const Variant& Machine::Operand(const Expr& e, Frame& f, Variant& temp) {
+  if (e.kind == ExprKind::Literal) return static_cast<const LiteralExpr&>(e).value;
+  if (e.kind == ExprKind::Name) {
+    const auto& n = static_cast<const NameExpr&>(e);
+    if (!n.hasParens) {
+      if (n.scope == NameScope::Local) return *f.refs[n.index];
+      if (n.scope == NameScope::Dynamic && n.cache &&
+          (n.cache->kind == GlobalEntry::Variable || n.cache->kind == GlobalEntry::Constant))
+        return n.cache->value;
+    }
+  }
+  temp = Eval(e, f);
+  return temp;
+}
+
 Variant Machine::EvalBinary(const BinaryExpr& b, Frame& f) {
   if (b.height > 64) {
     char probe;
     if (reinterpret_cast<uintptr_t>(&probe) < stackLimit_) ThrowRuntimeError(28);
   }
-  Variant l = Eval(*b.left, f);
-  Variant r = Eval(*b.right, f);
+  // The left operand is copied unless it is a literal: evaluating the right
+  // one may change the variable it names.
+  Variant leftTemp, rightTemp;
+  const Variant& l = b.left->kind == ExprKind::Literal ? static_cast<const LiteralExpr&>(*b.left).value
+                                                       : (leftTemp = Eval(*b.left, f));
+  const Variant& r = Operand(*b.right, f, rightTemp);
   switch (b.op) {
     case BinaryOp::Add:
       if (l.IsString() && r.IsString() && l.StringValue().size() + r.StringValue().size() > kMaxStringBytes)

@@ -130,6 +130,7 @@ class Machine {
   Variant EvalName(NameExpr& n, Frame& f, bool call);
   Variant EvalMember(const MemberExpr& m, Frame& f, bool call);
   Variant EvalBinary(const BinaryExpr& b, Frame& f);
+  const Variant& Operand(const Expr& e, Frame& f, Variant& temp);
   Variant Index(const Variant& target, const ExprList& args, Frame& f, bool call);
   bool Truth(const Variant& v);
 
