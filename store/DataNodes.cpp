@@ -11,6 +11,12 @@ namespace {
 const xmlChar* X(const char* text) { return reinterpret_cast<const xmlChar*>(text); }
 const char* C(const xmlChar* text) { return reinterpret_cast<const char*>(text); }
 
+// True when the NUL-terminated `name` equals `wanted`, without measuring it first.
+inline bool SameName(const xmlChar* name, std::string_view wanted) {
+  const char* text = C(name);
+  return std::strncmp(text, wanted.data(), wanted.size()) == 0 && text[wanted.size()] == '\0';
+}
+
 // Room inside a text node for a short text: its properties and nsDef slots.
 constexpr size_t kInlineRoom = sizeof(void*) * 2;
 
@@ -40,7 +46,7 @@ xmlNodePtr DataNodes::NewText(xmlDocPtr doc, std::string_view text, bool shareIn
 xmlAttrPtr DataNodes::FindAttribute(xmlNodePtr element, std::string_view name) {
   if (element == nullptr || element->type != XML_ELEMENT_NODE) return nullptr;
   for (xmlAttrPtr a = element->properties; a != nullptr; a = a->next) {
-    if (a->ns == nullptr && name == C(a->name)) return a;
+    if (a->ns == nullptr && SameName(a->name, name)) return a;
   }
   return nullptr;
 }
@@ -74,8 +80,7 @@ bool DataNodes::AttributeEquals(xmlAttrPtr attribute, std::string_view text) {
   xmlNodePtr child = attribute->children;
   if (child == nullptr) return text.empty();
   if (child->next == nullptr && child->type == XML_TEXT_NODE) {
-    const char* content = child->content ? C(child->content) : "";
-    return std::strlen(content) == text.size() && std::memcmp(content, text.data(), text.size()) == 0;
+    return SameName(child->content ? child->content : reinterpret_cast<const xmlChar*>(""), text);
   }
   return AttributeValue(attribute) == text;
 }
@@ -120,7 +125,7 @@ xmlNodePtr DataNodes::CloneElement(xmlDocPtr doc, xmlNodePtr source) {
 }
 
 bool DataNodes::IsElement(xmlNodePtr node, std::string_view name) {
-  return node != nullptr && node->type == XML_ELEMENT_NODE && node->ns == nullptr && name == C(node->name);
+  return node != nullptr && node->type == XML_ELEMENT_NODE && node->ns == nullptr && SameName(node->name, name);
 }
 
 xmlNodePtr DataNodes::FirstChildElement(xmlNodePtr parent, std::string_view name) {

@@ -39,6 +39,8 @@ std::string ConditionPath(std::string_view condition) {
   if (value == "''") return "FIELD[@name='" + field + "']/VALUES";
   std::string literal =
       XMLWrapper::GenerateConcatForXPath(TransactionSelectStringBldr::DeEscapeValue(value), true);
+  // XPath writes "not equal" as "!=".
+  if (op == "<>") op = "!=";
   return "FIELD[@name='" + field + "']/VALUES/VALUE[." + op + literal + "]";
 }
 

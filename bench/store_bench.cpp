@@ -1,0 +1,130 @@
+// Record store benchmark: builds N records of 10 fields through
+// CreateTransaction, SetFieldValue and AddTransaction, then walks them with a
+// selector reading every field. Prints nanoseconds per field write and read
+// and peak resident bytes per field value, for N = 100,000 and 1,000,000
+// (or the N given as arguments). Each N runs in a child process of its own so
+// that its peak is its own.
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <ctime>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "job/TransformDefinition.h"
+#include "store/Transaction.h"
+#include "store/TransactionContext.h"
+#include "store/TransactionFactory.h"
+#include "store/TransactionSelector.h"
+#include "store/XMLWrapper.h"
+
+using namespace tessel;
+
+namespace {
+
+constexpr int kFields = 10;
+
+// CPU time of the process: the machine is shared, so wall time alone would
+// measure the neighbours as well.
+double CpuSeconds() {
+  timespec t{};
+  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
+  return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_nsec) * 1e-9;
+}
+
+long PeakResidentBytes() {
+  std::ifstream status("/proc/self/status");
+  std::string line;
+  while (std::getline(status, line)) {
+    if (line.rfind("VmHWM:", 0) == 0) return std::stol(line.substr(6)) * 1024;
+  }
+  return 0;
+}
+
+std::shared_ptr<TransformDefinition> Definition() {
+  std::string xml = "<TRANSFORM id=\"B\"><TRANSFORMDETAIL><RECORDS><RECORD id=\"ROW\" parentid=\"\">";
+  for (int f = 0; f < kFields; ++f) {
+    xml += "<FIELD name=\"FIELD" + std::to_string(f) + "\" type=\"" + (f % 2 ? "1" : "3") + "\"/>";
+  }
+  xml += "</RECORD></RECORDS></TRANSFORMDETAIL></TRANSFORM>";
+  auto wrapper = MakeRef<XMLWrapper>();
+  wrapper->LoadXML(xml);
+  return std::make_shared<TransformDefinition>(wrapper);
+}
+
+void Run(long records) {
+  using Clock = std::chrono::steady_clock;
+  const long baseline = PeakResidentBytes();
+  auto factory = std::make_shared<TransactionFactory>();
+  factory->SetTransformDefinition(Definition());
+  std::vector<std::string> names;
+  for (int f = 0; f < kFields; ++f) names.push_back("FIELD" + std::to_string(f));
+  std::vector<Variant> values;
+  for (int v = 0; v < 1000; ++v) values.emplace_back(v % 2 ? std::to_string(v * 7) : "value " + std::to_string(v));
+
+  Ref<TransactionContext> context = factory->Data()->CreateContext();
+  factory->SetContextToTopDataNode(*context);
+  context->SetAutoUpdate(true);
+  auto start = Clock::now();
+  const double cpuStart = CpuSeconds();
+  for (long r = 0; r < records; ++r) {
+    Ref<Transaction> row = factory->CreateTransaction("ROW");
+    for (int f = 0; f < kFields; ++f) {
+      row->SetFieldValue(names[static_cast<size_t>(f)], values[static_cast<size_t>((r + f) % 1000)]);
+    }
+    factory->AddTransaction(*row, *context);
+  }
+  auto written = Clock::now();
+  const double cpuWritten = CpuSeconds();
+
+  size_t checksum = 0;
+  Ref<TransactionSelector> selector = factory->CreateTransactionSelector();
+  selector->SetReturnTransaction("ROW");
+  selector->AddSearch("ROW", "*");
+  selector->OpenResultset();
+  for (selector->MoveFirst(); !selector->EOF_(); selector->MoveNext()) {
+    Ref<Transaction> row = selector->Item();
+    for (int f = 0; f < kFields; ++f) {
+      Variant value = row->GetFieldValues(names[static_cast<size_t>(f)]);
+      checksum += value.StringValue().size();
+    }
+  }
+  auto read = Clock::now();
+  const double cpuRead = CpuSeconds();
+  const long peak = PeakResidentBytes();
+  const double fieldValues = static_cast<double>(records) * kFields;
+  const double writeNs = (cpuWritten - cpuStart) * 1e9 / fieldValues;
+  const double readNs = (cpuRead - cpuWritten) * 1e9 / fieldValues;
+  const double wallWriteNs = std::chrono::duration<double, std::nano>(written - start).count() / fieldValues;
+  const double wallReadNs = std::chrono::duration<double, std::nano>(read - written).count() / fieldValues;
+  std::printf("N=%-8ld write %6.1f ns/field  read %6.1f ns/field (CPU; wall %.1f / %.1f)  "
+              "peak %6.1f bytes/field value (%.0f above start)  total %.2f s CPU  [%zu]\n",
+              records, writeNs, readNs, wallWriteNs, wallReadNs, peak / fieldValues,
+              (peak - baseline) / fieldValues, cpuRead - cpuStart, checksum);
+  std::fflush(stdout);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::vector<long> sizes;
+  for (int i = 1; i < argc; ++i) sizes.push_back(std::atol(argv[i]));
+  if (sizes.empty()) sizes = {100000, 1000000};
+  int status = 0;
+  for (long n : sizes) {
+    pid_t child = fork();
+    if (child == 0) {
+      Run(n);
+      std::_Exit(0);
+    }
+    int childStatus = 0;
+    waitpid(child, &childStatus, 0);
+    if (!WIFEXITED(childStatus) || WEXITSTATUS(childStatus) != 0) status = 1;
+  }
+  return status;
+}
