@@ -67,7 +67,14 @@ void ProbeTransform::Process() {
       container = xmlNewChild(root, nullptr, BAD_CAST "RECORDS", nullptr);
       xmlSetProp(container, BAD_CAST "id", BAD_CAST top.c_str());
     }
-    for (int i = 0; i < count; ++i) xmlNewChild(container, nullptr, BAD_CAST "RECORD", nullptr);
+    // Records as the store makes them: one FIELD each (the default record type
+    // has the field F), since the top record count only sees records with content.
+    for (int i = 0; i < count; ++i) {
+      xmlNodePtr record = xmlNewChild(container, nullptr, BAD_CAST "RECORD", nullptr);
+      xmlNodePtr field = xmlNewChild(record, nullptr, BAD_CAST "FIELD", nullptr);
+      xmlSetProp(field, BAD_CAST "name", BAD_CAST "F");
+      xmlNewChild(field, nullptr, BAD_CAST "VALUES", nullptr);
+    }
   }
   if (definition.HasProperty("fail")) {
     throw Error(std::stoi(definition.Property("fail").ToString()), "probe failure in " + run.transformId);
