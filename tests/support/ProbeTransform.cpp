@@ -6,6 +6,8 @@
 #include "db/Connection.h"
 #include "job/Session.h"
 #include "job/TransformDefinition.h"
+#include "store/Transaction.h"
+#include "store/TransactionContext.h"
 #include "store/TransactionFactory.h"
 #include "store/XMLWrapper.h"
 
@@ -59,21 +61,11 @@ void ProbeTransform::Process() {
   if (definition.HasProperty("records")) {
     int count = std::stoi(definition.Property("records").ToString());
     std::string top = definition.RecordId(definition.RecordDescendents("").front());
-    xmlNodePtr container = nullptr;
-    for (xmlNodePtr child = root->children; child; child = child->next) {
-      if (child->type == XML_ELEMENT_NODE && xmlStrEqual(child->name, BAD_CAST "RECORDS")) container = child;
-    }
-    if (container == nullptr) {
-      container = xmlNewChild(root, nullptr, BAD_CAST "RECORDS", nullptr);
-      xmlSetProp(container, BAD_CAST "id", BAD_CAST top.c_str());
-    }
-    // Records as the store makes them: one FIELD each (the default record type
-    // has the field F), since the top record count only sees records with content.
+    Ref<TransactionContext> context = data.CreateContext();
     for (int i = 0; i < count; ++i) {
-      xmlNodePtr record = xmlNewChild(container, nullptr, BAD_CAST "RECORD", nullptr);
-      xmlNodePtr field = xmlNewChild(record, nullptr, BAD_CAST "FIELD", nullptr);
-      xmlSetProp(field, BAD_CAST "name", BAD_CAST "F");
-      xmlNewChild(field, nullptr, BAD_CAST "VALUES", nullptr);
+      factory_->SetContextToTopDataNode(*context);
+      Ref<Transaction> record = factory_->CreateTransaction(top);
+      factory_->AddTransaction(*record, *context);
     }
   }
   if (definition.HasProperty("fail")) {
