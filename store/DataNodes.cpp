@@ -91,7 +91,13 @@ xmlNodePtr DataNodes::CloneElement(xmlDocPtr doc, xmlNodePtr source) {
     if (copy == nullptr) throw std::bad_alloc();
     return copy;
   }
-  xmlNodePtr copy = xmlNewDocNode(doc, nullptr, source->name, nullptr);
+  // Documents that share one dictionary share their names: the copy takes
+  // the same interned pointers instead of looking each name up again.
+  const bool sameDictionary = doc != nullptr && doc->dict != nullptr && source->doc != nullptr &&
+                              source->doc->dict == doc->dict;
+  xmlNodePtr copy = sameDictionary
+                        ? xmlNewDocNodeEatName(doc, nullptr, const_cast<xmlChar*>(source->name), nullptr)
+                        : xmlNewDocNode(doc, nullptr, source->name, nullptr);
   if (copy == nullptr) throw std::bad_alloc();
   try {
     for (xmlAttrPtr a = source->properties; a != nullptr; a = a->next) {
@@ -99,7 +105,14 @@ xmlNodePtr DataNodes::CloneElement(xmlDocPtr doc, xmlNodePtr source) {
         if (xmlCopyProp(copy, a) == nullptr) throw std::bad_alloc();
         continue;
       }
-      SetAttribute(copy, C(a->name), AttributeValue(a), true);
+      xmlAttrPtr attribute = sameDictionary
+                                 ? xmlNewNsPropEatName(copy, nullptr, const_cast<xmlChar*>(a->name), nullptr)
+                                 : xmlNewProp(copy, a->name, nullptr);
+      if (attribute == nullptr) throw std::bad_alloc();
+      xmlNodePtr value = NewText(doc, AttributeValue(a), true);
+      value->parent = reinterpret_cast<xmlNodePtr>(attribute);
+      attribute->children = value;
+      attribute->last = value;
     }
     for (xmlNodePtr child = source->children; child != nullptr; child = child->next) {
       xmlNodePtr added;

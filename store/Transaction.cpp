@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -114,7 +115,23 @@ void Transaction::SetData(xmlNodePtr node) {
   }
 }
 
-void Transaction::SetTimeStamp() { DataNodes::SetAttribute(data_, "timestamp", TimeText::Time()); }
+void Transaction::SetTimeStamp() {
+  // Records are made far faster than once a millisecond: the text of the
+  // current millisecond is kept per thread and formatted once.
+  struct Stamp {
+    int64_t millisecond = -1;
+    std::string text;
+  };
+  static thread_local Stamp last;
+  const auto now = TimeText::Clock::now();
+  const int64_t millisecond =
+      std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count();
+  if (millisecond != last.millisecond) {
+    last.text = TimeText::Time(now);
+    last.millisecond = millisecond;
+  }
+  DataNodes::SetAttribute(data_, "timestamp", last.text);
+}
 
 void Transaction::SetXWrapper(Ref<XMLWrapper> wrapper) {
   if (!wrapper_) wrapper_ = std::move(wrapper);
@@ -367,19 +384,24 @@ int32_t Transaction::GetValueCount(xmlNodePtr field) {
 
 void Transaction::SetFieldValue(std::string_view name, const Variant& value, bool overwrite) {
   try {
-    xmlNodePtr field = GetField(name);
+    RequireData();
+    // An unknown name fails here as it would after the search for its FIELD.
+    const FieldMetaData& meta = Meta(name);
+    xmlNodePtr field = DataNodes::ChildWithAttribute(data_, "FIELD", "name", name);
     if (field == nullptr) {
       field = TransactionFactory::InitFldNode(data_->doc, name);
       // FIELDs stand before the RECORDS of child records.
       xmlNodePtr before = DataNodes::FirstChildElement(data_, "RECORDS");
       if (before != nullptr) xmlAddPrevSibling(before, field); else xmlAddChild(data_, field);
     }
-    const int16_t type = GetType(name);
+    const int16_t type = meta.FieldType;
     if (type != kFieldBinary && IsEmptyValue(value)) return;
 
     std::string text;
     if (type == kFieldBinary && value.IsArray()) {
       text = SetBinaryField(name, value);
+    } else if (value.IsString()) {
+      text.assign(value.StringValue());
     } else {
       text = ValueText(value);
     }
@@ -391,7 +413,7 @@ void Transaction::SetFieldValue(std::string_view name, const Variant& value, boo
     const int32_t count = GetValueCount(field);
     xmlNodePtr values = GetValuesNode(field);
     if (!overwrite || count == 0) {
-      if (count > 0 && !Meta(name).AllowMultiVal) {
+      if (count > 0 && !meta.AllowMultiVal) {
         if (FieldOverwritable(name)) {
           xmlNodePtr first = nullptr;
           for (xmlNodePtr c = values->children; c != nullptr && first == nullptr; c = c->next) {

@@ -33,7 +33,11 @@ constexpr int kMaxRecordDepth = 64;
 TransactionFactory::TransactionFactory() {
   InitXData();
   templates_ = MakeRef<XMLWrapper>();
-  templates_->CreateDocument();
+  xmlDocPtr doc = templates_->CreateDocument();
+  // The templates share the data document's dictionary, so that records
+  // cloned from them take their names without a lookup.
+  doc->dict = data_->DOMDocument()->dict;
+  xmlDictReference(doc->dict);
 }
 
 TransactionFactory::~TransactionFactory() = default;
