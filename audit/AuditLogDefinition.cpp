@@ -17,13 +17,6 @@ namespace {
 constexpr int32_t kErrNoReportGroup = 7500;
 constexpr int32_t kErrRecordNotInAudit = 8250;
 
-std::string NodeXml(xmlNodePtr node) {
-  xmlBufferPtr buffer = xmlBufferCreate();
-  xmlNodeDump(buffer, node->doc, node, 0, 0);
-  std::string text(reinterpret_cast<const char*>(xmlBufferContent(buffer)), xmlBufferLength(buffer));
-  xmlBufferFree(buffer);
-  return text;
-}
 }  // namespace
 
 AuditLogDefinition::AuditLogDefinition() = default;
@@ -32,7 +25,7 @@ AuditLogDefinition::~AuditLogDefinition() = default;
 void AuditLogDefinition::SetOptions(TransformDefinition& definition) {
   try {
     Ref<XMLWrapper> document = MakeRef<XMLWrapper>();
-    document->LoadXML(NodeXml(definition.AuditNode()));
+    document->LoadXML(XMLWrapper::NodeXml(definition.AuditNode()));
     auto bag = std::make_unique<PropertyBagHelper>(*document);
     auditDocument_ = std::move(document);
     bag_ = std::move(bag);

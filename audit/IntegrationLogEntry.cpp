@@ -12,12 +12,6 @@ void AddFieldToXML(xmlNodePtr record, const char* name, const std::string& value
   xmlNodeAddContentLen(field, BAD_CAST value.data(), static_cast<int>(value.size()));
 }
 
-std::string NodeText(xmlNodePtr node) {
-  xmlChar* content = xmlNodeGetContent(node);
-  std::string text = content ? reinterpret_cast<const char*>(content) : "";
-  xmlFree(content);
-  return text;
-}
 }  // namespace
 
 IntegrationLogEntry::IntegrationLogEntry() : AuditDate(TimeText::DateAndTime()) {}
@@ -50,7 +44,7 @@ IntegrationLogEntry IntegrationLogEntry::Deserialise(const std::string& recordXm
     IntegrationLogEntry entry;
     for (xmlNodePtr field : document.GetNodesFromXPath("/RECORD/FIELD")) {
       std::string name = document.GetAttributeFromNode(field, "name");
-      std::string value = NodeText(field);
+      std::string value = XMLWrapper::NodeText(field);
       if (name == "LOGTYPE") entry.LogType = std::stoi(value);
       else if (name == "PROCESSID") entry.JobId = value;
       else if (name == "SOURCE") entry.Source = value;

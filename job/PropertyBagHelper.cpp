@@ -11,12 +11,6 @@ namespace {
 constexpr int32_t kErrPropertyIsList = 9520;
 constexpr int32_t kErrInvalidOptionId = 9521;
 
-std::string NodeText(xmlNodePtr node) {
-  xmlChar* content = xmlNodeGetContent(node);
-  std::string text = content ? reinterpret_cast<const char*>(content) : "";
-  xmlFree(content);
-  return text;
-}
 }  // namespace
 
 void PropertyBagHelper::Initialise(XMLWrapper& wrapper) {
@@ -78,7 +72,7 @@ std::vector<std::string> PropertyBagHelper::GetList(std::string_view name) {
     std::vector<std::string> values;
     if (PropertyIsList(name)) {
       for (xmlNodePtr node : wrapper_->GetNodesFromXPath(OptionPath(name) + "/VALUES/*", optionsNode_)) {
-        values.push_back(NodeText(node));
+        values.push_back(XMLWrapper::NodeText(node));
       }
     } else {
       values.push_back(Property(name));

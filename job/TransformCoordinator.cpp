@@ -58,13 +58,6 @@ bool ParseSmallInteger(std::string_view text, int16_t& value) {
   return ec == std::errc() && end == text.data() + text.size() && !text.empty();
 }
 
-std::string NodeXml(xmlNodePtr node) {
-  xmlBufferPtr buffer = xmlBufferCreate();
-  xmlNodeDump(buffer, node->doc, node, 0, 0);
-  std::string text(reinterpret_cast<const char*>(xmlBufferContent(buffer)), xmlBufferLength(buffer));
-  xmlBufferFree(buffer);
-  return text;
-}
 }  // namespace
 
 TransformCoordinator::TransformCoordinator(TransformTypeTable types) : types_(std::move(types)) {}
@@ -297,7 +290,7 @@ long TransformCoordinator::TransactionCount(const Controller& controller) {
 std::shared_ptr<TransformDefinition> TransformCoordinator::MakeTransformDefinition(xmlNodePtr node) {
   try {
     XMLWrapper source;
-    source.LoadXML(NodeXml(node));
+    source.LoadXML(XMLWrapper::NodeXml(node));
     return std::make_shared<TransformDefinition>(source.CopyNodeIntoNewWrapper("/"));
   } catch (...) {
     ErrorInRethrow("TransformCoordinator.TransformDefinition(nodTransform)", {});

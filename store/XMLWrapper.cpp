@@ -72,13 +72,6 @@ void RequireNode(xmlNodePtr node) {
   if (!node) RaiseNotSet();
 }
 
-std::string NodeText(xmlNodePtr node) {
-  xmlChar* content = xmlNodeGetContent(node);
-  std::string text = content ? C(content) : "";
-  xmlFree(content);
-  return text;
-}
-
 // Replaces every child of the node by `text`, stored as it is (no entity
 // parsing), or sets the value of an attribute or character node.
 void SetNodeText(xmlNodePtr node, std::string_view text) {
@@ -832,6 +825,21 @@ void XMLWrapper::SetValueToNode(xmlNodePtr node, const Variant& data, bool cdata
     ErrorInRethrow("XMLWrapper.SetValueToNode(nod, vData, bCData)",
                    {NodeArg(node), data, Variant(cdata)});
   }
+}
+
+std::string XMLWrapper::NodeText(xmlNodePtr node) {
+  xmlChar* content = xmlNodeGetContent(node);
+  std::string text = content ? C(content) : "";
+  xmlFree(content);
+  return text;
+}
+
+std::string XMLWrapper::NodeXml(xmlNodePtr node) {
+  xmlBufferPtr buffer = xmlBufferCreate();
+  xmlNodeDump(buffer, node->doc, node, 0, 0);
+  std::string text(reinterpret_cast<const char*>(xmlBufferContent(buffer)), xmlBufferLength(buffer));
+  xmlBufferFree(buffer);
+  return text;
 }
 
 }  // namespace tessel

@@ -123,6 +123,10 @@ class XMLWrapper : public Object {
   // An absolute path to the node, "//DATA/RECORDS/RECORD[2]", with a position
   // only where siblings share the name. 7706 for a null node.
   std::string XPathFromNode(xmlNodePtr nodeToQuery);
+  // The text of a node (all its descendants' text), as libxml2 gives it.
+  static std::string NodeText(xmlNodePtr node);
+  // The serialised form of a node and its descendants, without a declaration.
+  static std::string NodeXml(xmlNodePtr node);
   // A valid XPath string literal (quoted, or a concat(...) call) of any text.
   // With `stringIsQuoteEnclosed`, matching outer quotes are taken off first.
   static std::string GenerateConcatForXPath(std::string_view xpathQueryString,
