@@ -42,6 +42,10 @@ struct LogOptions {
 };
 int RunLog(const LogOptions& options);
 
+// Reads a text on stdin (one trailing line break dropped) and prints its
+// cipher text for appconfig.xml and the SYSTEMS table.
+int RunEncrypt();
+
 // Prints a failure as "tessel: error NUMBER: DESCRIPTION" on stderr; the whole
 // trace when verbose. Returns 1. Call inside a catch block.
 int ReportFailure(bool verbose = false);

@@ -7,6 +7,7 @@
 #include "db/Connection.h"
 #include "db/JobDatabaseSchema.h"
 #include "job/AppConfig.h"
+#include "services/PasswordCipher.h"
 
 namespace tessel::app {
 
@@ -27,7 +28,10 @@ int RunInit(const InitOptions& options) {
       std::unique_ptr<db::Connection> connection = db::OpenConnection(database);
       db::JobDatabaseSchema::Create(*connection);
     }
+    fs::path keyFile = folder / "cipher.key";
+    if (!fs::exists(keyFile)) PasswordCipher::CreateKeyFile(keyFile.string());
     AppConfig::Write(folder.string(), {{"DEFCHARSET", "utf-8"},
+                                       {PasswordCipher::kConfigKey, keyFile.string()},
                                        {"DEBUGPATH", (folder / "debug").string()},
                                        {"WORKPATH", (folder / "jobs").string()},
                                        {"JOBCONFPATH", (folder / "conf").string()},

@@ -46,13 +46,16 @@ int main(int argc, char** argv) {
   logCommand->add_option("JOBID", log.jobId, "job id")->required();
   logCommand->add_option("--instance", log.instance, "run number (default: the latest)");
 
+  CLI::App* encryptCommand = app.add_subcommand("encrypt", "encrypt a password read on stdin");
+
   std::string scriptFile;
   std::vector<std::string> scriptArgs;
   CLI::App* scriptCommand = app.add_subcommand("script", "run a VBScript file, as cscript does");
   scriptCommand->add_option("FILE", scriptFile, "script file")->required()->check(CLI::ExistingFile);
   scriptCommand->prefix_command();
 
-  for (CLI::App* command : {initCommand, jobCommand, jobAddCommand, jobListCommand, runCommand, logCommand}) {
+  for (CLI::App* command :
+       {initCommand, jobCommand, jobAddCommand, jobListCommand, runCommand, logCommand, encryptCommand}) {
     command->fallthrough();
   }
 
@@ -75,6 +78,7 @@ int main(int argc, char** argv) {
   if (jobListCommand->parsed()) return RunJobList();
   if (runCommand->parsed()) return RunJob(run);
   if (logCommand->parsed()) return RunLog(log);
+  if (encryptCommand->parsed()) return RunEncrypt();
   if (scriptCommand->parsed()) {
     scriptArgs = scriptCommand->remaining();
     return tessel::RunScriptFile(scriptFile, scriptArgs, std::cout, std::cerr);

@@ -6,6 +6,7 @@
 #include <fstream>
 
 #include "job/RegistryWrapper.h"
+#include "services/PasswordCipher.h"
 #include "tests/support/CommandRunner.h"
 #include "tests/support/JobEnvironment.h"
 #include "tests/support/TempDir.h"
@@ -112,6 +113,25 @@ TEST_F(TesselCommandTest, InitOnPostgreSql) {
   CommandResult run = Tessel({"run", jobId});
   ASSERT_EQ(0, run.exitCode) << run.err;
   EXPECT_NE(std::string::npos, Tessel({"log", jobId}).out.find("Job completed successfully."));
+}
+
+TEST_F(TesselCommandTest, EncryptUsesTheKeyMadeByInit) {
+  ASSERT_EQ(0, Tessel({"init", Config()}).exitCode);
+  std::filesystem::path input = dir_ / "password.txt";
+  std::ofstream(input) << "s3cret\n";
+  // The command reads stdin: run it through a shell redirection.
+  std::string command = std::string(TESSEL_BINARY) + " --config " + Config() + " encrypt < " + input.string();
+  FILE* pipe = ::popen(command.c_str(), "r");
+  ASSERT_NE(nullptr, pipe);
+  char buffer[512] = {};
+  std::string out;
+  while (size_t n = ::fread(buffer, 1, sizeof buffer, pipe)) out.append(buffer, n);
+  EXPECT_EQ(0, ::pclose(pipe));
+  ASSERT_FALSE(out.empty());
+  out.pop_back();
+  PasswordCipher cipher;
+  cipher.Initialise((std::filesystem::path(Config()) / "cipher.key").string());
+  EXPECT_EQ("s3cret", cipher.Decrypt(out));
 }
 
 TEST_F(TesselCommandTest, ScriptRunsLikeCscript) {
