@@ -10,17 +10,21 @@
 namespace tessel::app {
 
 int RunJob(const RunOptions& options) {
+  const bool terminal = ::isatty(STDERR_FILENO) != 0;
+  ProgressPrinter printer(std::cerr, terminal);
+  const bool showProgress = options.progress || terminal;
   try {
-    ProgressPrinter printer(std::cerr);
     TransformCoordinator coordinator;
-    if (options.progress || ::isatty(STDERR_FILENO)) coordinator.SetProgress(&printer);
+    if (showProgress) coordinator.SetProgress(&printer);
     std::unique_ptr<TesselSession> session = coordinator.CreateSession();
     std::string sessionId =
         session->InitialiseSession(options.jobId, false, options.testMode, "tessel-" + std::to_string(::getpid()));
     coordinator.Initialise(sessionId);
     coordinator.Process();
+    if (showProgress) printer.PrintSummary();
     return 0;
   } catch (...) {
+    if (showProgress) printer.PrintSummary();
     return ReportFailure(options.verbose);
   }
 }

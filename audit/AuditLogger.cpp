@@ -111,6 +111,26 @@ void AuditLogger::CountEvent(const std::string& transformId, Transaction* transa
 
 void AuditLogger::OnProcess(const std::string& transformId, Transaction* transaction, std::string& transactionId) {
   CountEvent(transformId, transaction, transactionId, "PROCESSED");
+  if (progress_ == nullptr) return;
+  if (transformId != progressTransform_) {
+    progressTransform_ = transformId;
+    progressCount_ = 0;
+  }
+  if (++progressCount_ % RunProgress::kRecordStep == 0) progress_->RecordsDone(transformId, progressCount_);
+}
+
+TransformTally AuditLogger::Tally(const std::string& transformId) const {
+  TransformTally tally;
+  for (const auto& [key, counter] : counters_) {
+    if (counter.transformId != transformId) continue;
+    if (counter.event == "PROCESSED") tally.processed += counter.count;
+    else if (counter.event == "INSERTED") tally.inserted += counter.count;
+    else if (counter.event == "UPDATED") tally.updated += counter.count;
+    else if (counter.event == "DELETED") tally.deleted += counter.count;
+    else if (counter.event == "ERRORS") tally.errors += counter.count;
+    else if (counter.event == "WARNINGS") tally.warnings += counter.count;
+  }
+  return tally;
 }
 void AuditLogger::OnInsert(const std::string& transformId, Transaction* transaction, std::string& transactionId) {
   CountEvent(transformId, transaction, transactionId, "INSERTED");

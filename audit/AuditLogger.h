@@ -21,6 +21,7 @@
 
 #include "audit/IEvent.h"
 #include "audit/MessageQueueWrapper.h"
+#include "job/RunProgress.h"
 #include "tasks/TransformTaskFieldReplacement.h"
 
 namespace tessel {
@@ -87,6 +88,11 @@ class AuditLogger : public IEvent {
                                   bool skipLogObject) override;
   void WriteSingleAuditMessage(IntegrationLogEntry entry) override;
 
+  // Optional watcher of processed records; borrowed, must outlive the run.
+  void SetProgress(RunProgress* progress) { progress_ = progress; }
+  // A transform's counters summed over its record types.
+  TransformTally Tally(const std::string& transformId) const;
+
   static std::string GenerateSummaryCntrKeyString(const std::string& transformId, const std::string& transactionId,
                                                   const std::string& event);
   static bool ValidEventType(const std::string& event);
@@ -120,6 +126,9 @@ class AuditLogger : public IEvent {
     int64_t count = 0;
   };
   std::unordered_map<std::string, Counter> counters_;
+  RunProgress* progress_ = nullptr;
+  std::string progressTransform_;  // the transform whose records are being counted for progress
+  int64_t progressCount_ = 0;
   std::unordered_map<std::string, std::vector<std::string>> reportGroups_;
 };
 

@@ -90,6 +90,7 @@ void TransformCoordinator::Initialise(const std::string& sessionId) {
     jobConfig_ = session->JobConfig();
     auditLogger_ = session->AuditLoggerPtr();
     event_ = auditLogger_.get();
+    auditLogger_->SetProgress(progress_);
     SetOptions();
     LogJobEvent(kEventJobStart, 0);
   } catch (...) {
@@ -305,7 +306,9 @@ TransformCoordinator::Controller TransformCoordinator::RunTransform(
     return RunTransformSteps(node, transformId, previousDefinition, previousData, definitionId);
   } catch (...) {
     Error error = CurrentError();
-    if (progress_ != nullptr) progress_->TransformFinished(transformId, true, ShortDescription(error));
+    if (progress_ != nullptr) {
+      progress_->TransformFinished(transformId, true, ShortDescription(error), auditLogger_->Tally(transformId));
+    }
     LogAuditEntry(error.number(),
                   BuildCheckMessage("Error occurred whilst processing transform [%1].||%2",
                                 {Variant(transformId), Variant(error.description())}),
@@ -355,7 +358,9 @@ TransformCoordinator::Controller TransformCoordinator::RunTransformSteps(
   if (auditDefinition->LogEnd()) LogTransformEvent(transformId, kEventTransformComplete);
   if (!HasNoSummary(type)) auditLogger_->AddTransformSummaries(transformId, controller->TransactionFactory());
   if (writeDebug_) OutputTransform(*controller, transformId);
-  if (progress_ != nullptr) progress_->TransformFinished(transformId, false, std::string());
+  if (progress_ != nullptr) {
+    progress_->TransformFinished(transformId, false, std::string(), auditLogger_->Tally(transformId));
+  }
   return controller;
 }
 

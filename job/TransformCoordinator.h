@@ -50,7 +50,7 @@ class TransformCoordinator {
   // Runs the job; 10502 before Initialise. A failure is logged and raised.
   void Process();
 
-  // Optional watcher of the run; borrowed, must outlive the run.
+  // Optional watcher of the run; borrowed, must outlive the run. Set it before Initialise.
   void SetProgress(RunProgress* progress) { progress_ = progress; }
 
   const std::string& JobId() const { return jobId_; }

@@ -83,6 +83,8 @@ TEST_F(TesselCommandTest, FailuresGiveTheirNumberOnStderr) {
   CommandResult six = Tessel({"run", "SIX", "--progress"});
   EXPECT_EQ(1, six.exitCode);
   EXPECT_NE(std::string::npos, six.err.find("error 10503")) << six.err;
+  EXPECT_NE(std::string::npos, six.err.find("transform T6 FAILED")) << six.err;
+  EXPECT_NE(std::string::npos, six.err.find("T6 (failed)")) << six.err;
   EXPECT_NE(std::string::npos, Tessel({"log", "SIX"}).out.find("has aborted due to a transform failure"));
 
   CommandResult missing = RunTessel({"--config", (dir_ / "nowhere").string(), "run", "X"});

@@ -7,6 +7,7 @@
 
 #include "audit/HuntErr.h"
 #include "core/Error.h"
+#include "job/RunProgress.h"
 #include "job/TesselSession.h"
 #include "job/TransformCoordinator.h"
 #include "tests/support/JobEnvironment.h"
@@ -205,6 +206,35 @@ TEST_F(CoordinatorTest, MissingJobOptionsAreLoggedAndDefaulted) {
 
 TEST_F(CoordinatorTest, BadBooleanOptionFailsInitialise) {
   EXPECT_EQ(13, Run({{"A", "", kProbeType}}, {{"writedebug", "maybe"}}));
+}
+
+class RecordingProgress : public RunProgress {
+ public:
+  void TransformStarting(const std::string& transformId, int type) override { events.push_back("start " + transformId); }
+  void RecordsDone(const std::string& transformId, int64_t processed) override {
+    events.push_back(transformId + " " + std::to_string(processed));
+  }
+  void TransformFinished(const std::string& transformId, bool failed, const std::string& message,
+                         const TransformTally& tally) override {
+    events.push_back((failed ? "failed " : "done ") + transformId + " " + std::to_string(tally.processed));
+  }
+  std::vector<std::string> events;
+};
+
+TEST(CoordinatorProgress, ReportsRecordsAndCountsPerTransform) {
+  JobEnvironment env;
+  std::string jobId = env.JobId("progress");
+  env.AddJob(jobId, JobDocument(jobId, {TransformSpec("A", "", kProbeType, "", {{"process", "9000"}}),
+                                        TransformSpec("B", "A", kProbeType, "", {{"process", "5"}, {"fail", "8127"}})}));
+  auto journal = std::make_shared<ProbeJournal>();
+  RecordingProgress progress;
+  TransformCoordinator coordinator(ProbeTypes(journal));
+  coordinator.SetProgress(&progress);
+  auto session = coordinator.CreateSession();
+  coordinator.Initialise(session->InitialiseSession(jobId, false, false, "client"));
+  EXPECT_THROW(coordinator.Process(), Error);
+  EXPECT_EQ((std::vector<std::string>{"start A", "A 4096", "A 8192", "done A 9000", "start B", "failed B 5"}),
+            progress.events);
 }
 
 TEST(CoordinatorLifecycle, ProcessBeforeInitialiseRaises10502) {

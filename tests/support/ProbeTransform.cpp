@@ -28,6 +28,7 @@ std::shared_ptr<tessel::TransactionFactory> ProbeTransform::TransactionFactory()
 void ProbeTransform::CreateController(std::shared_ptr<tessel::TransformDefinition> previous, IEvent& event,
                                       std::shared_ptr<tessel::TransactionFactory> factory, bool testMode) {
   factory_ = std::move(factory);
+  event_ = &event;
   hadPrevious_ = previous != nullptr;
   if (factory_->TransformDefinition()->HasProperty("failcreate")) throw Error(10599, "probe could not configure");
 }
@@ -67,6 +68,11 @@ void ProbeTransform::Process() {
       Ref<Transaction> record = factory_->CreateTransaction(top);
       factory_->AddTransaction(*record, *context);
     }
+  }
+  if (definition.HasProperty("process")) {
+    int count = std::stoi(definition.Property("process").ToString());
+    std::string tranId = "R";
+    for (int i = 0; i < count; ++i) event_->OnProcess(run.transformId, nullptr, tranId);
   }
   if (definition.HasProperty("fail")) {
     throw Error(std::stoi(definition.Property("fail").ToString()), "probe failure in " + run.transformId);

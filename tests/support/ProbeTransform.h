@@ -4,6 +4,7 @@
 //   mark          appends its id to the "marks" attribute of the DATA root
 //   fail = NUMBER raises that error number from Process
 //   failcreate    raises 10599 from CreateController
+//   process = N  reports N processed records of type R
 //   sql = TEXT    runs the statement on the job database
 // Every run is written to the shared ProbeJournal: the transform id, the data
 // document it worked on and the marks it found on arrival.
@@ -14,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "audit/IEvent.h"
 #include "job/ITransformController.h"
 #include "job/TransformTypeTable.h"
 
@@ -46,6 +48,7 @@ class ProbeTransform : public ITransformController {
  private:
   std::shared_ptr<ProbeJournal> journal_;
   std::shared_ptr<tessel::TransactionFactory> factory_;
+  IEvent* event_ = nullptr;
   bool hadPrevious_ = false;
 };
 
