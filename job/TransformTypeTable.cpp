@@ -2,6 +2,7 @@
 
 #include "audit/HuntErr.h"
 #include "job/ITransformController.h"
+#include "output/TransformWrite.h"
 
 namespace tessel {
 
@@ -22,6 +23,7 @@ TransformTypeTable TransformTypeTable::Standard() {
       {102, "TransformControllerInterop"}, {103, "TransformTaskVbScript"}, {104, "TransformTaskProcess"},
       {6, ""}, {7, ""}, {9, ""}, {10, ""}};
   for (const auto& [type, name] : known) table.RegisterNotBuilt(type, name);
+  table.Register(2, "TransformWrite", [] { return std::make_shared<TransformWrite>(); });
   return table;
 }
 
