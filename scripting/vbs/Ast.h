@@ -46,8 +46,9 @@ struct LiteralExpr : Expr {
 };
 
 // Enclosing: a slot of the frame that ran Execute/Eval (code compiled inside
-// a procedure sees that procedure's locals).
-enum class NameScope : uint8_t { Local, ClassMember, Enclosing, Dynamic };
+// a procedure sees that procedure's locals). ExecLocal: a variable an Execute
+// inside a procedure declared; it lives, by name, with that procedure's call.
+enum class NameScope : uint8_t { Local, ClassMember, Enclosing, ExecLocal, Dynamic };
 
 // A bare name, possibly with an argument list: `x`, `f(1, 2)`, `a(3)`.
 struct NameExpr : Expr {
