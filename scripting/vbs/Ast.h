@@ -167,6 +167,7 @@ struct ConstStmt : Stmt {
 struct IfStmt : Stmt {
   IfStmt() : Stmt(StmtKind::If) {}
   ExprList conditions;
+  std::vector<std::pair<int, int>> elseIfAt;  // line, column of each ElseIf (conditions 1...)
   std::vector<Block> blocks;
   Block elseBlock;
 };
@@ -208,6 +209,7 @@ struct DoStmt : Stmt {
   DoStmt() : Stmt(StmtKind::Do) {}
   enum Test : uint8_t { None, PreWhile, PreUntil, PostWhile, PostUntil } test = None;
   ExprPtr condition;
+  int loopLine = 0, loopColumn = 0;  // where `Loop While/Until` stands
   Block body;
 };
 

@@ -395,11 +395,13 @@ Variant Machine::CallProcedure(const FunctionProto& proto, std::span<Variant> ar
   return CallProc(proto, nullptr, nullptr, nullptr, args, nullptr);
 }
 
-void Machine::NotePosition(const Stmt& s, const Frame& f) {
+void Machine::NotePosition(const Stmt& s, const Frame& f) { NotePosition(s.line, s.column, f); }
+
+void Machine::NotePosition(int line, int column, const Frame& f) {
   if (errorNoted_) return;
   errorNoted_ = true;
-  errorLine_ = s.line;
-  errorColumn_ = s.column;
+  errorLine_ = line;
+  errorColumn_ = column;
   errorCode_ = f.code;
   errorCodeKeep_ = f.code ? f.code->weak_from_this().lock() : nullptr;
   if (!errorCodeKeep_) errorCode_ = nullptr;
@@ -468,7 +470,14 @@ Machine::Flow Machine::Exec(const Stmt& s, Frame& f) {
       for (size_t i = 0; i < st.conditions.size(); ++i) {
         bool taken;
         if (!f.resumeNext) {
-          taken = Truth(Eval(*st.conditions[i], f));
+          try {
+            taken = Truth(Eval(*st.conditions[i], f));
+          } catch (...) {
+            // A failing ElseIf condition is reported where the ElseIf stands.
+            if (i > 0 && i - 1 < st.elseIfAt.size())
+              NotePosition(st.elseIfAt[i - 1].first, st.elseIfAt[i - 1].second, f);
+            throw;
+          }
         } else {
           // Under On Error Resume Next a failing condition resumes with the
           // next statement, which is the first one of its branch.
@@ -738,8 +747,16 @@ Machine::Flow Machine::ExecDo(const DoStmt& s, Frame& f) {
     Flow flow = ExecBlock(s.body, f);
     if (flow == Flow::ExitDo) break;
     if (flow != Flow::Normal) return flow;
-    if (s.test == DoStmt::PostWhile && !Truth(Eval(*s.condition, f))) break;
-    if (s.test == DoStmt::PostUntil && Truth(Eval(*s.condition, f))) break;
+    if (s.test == DoStmt::PostWhile || s.test == DoStmt::PostUntil) {
+      bool value;
+      try {
+        value = Truth(Eval(*s.condition, f));
+      } catch (...) {
+        NotePosition(s.loopLine, s.loopColumn, f);
+        throw;
+      }
+      if (value == (s.test == DoStmt::PostUntil)) break;
+    }
     Tick();
   }
   return Flow::Normal;

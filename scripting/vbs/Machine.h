@@ -130,6 +130,7 @@ class Machine {
   void ExecDim(const DimStmt& s, Frame& f);
   void ExecConst(const ConstStmt& s, Frame& f);
   void NotePosition(const Stmt& s, const Frame& f);
+  void NotePosition(int line, int column, const Frame& f);
 
   Variant Eval(const Expr& e, Frame& f);
   Variant EvalName(NameExpr& n, Frame& f, bool call);

@@ -840,6 +840,7 @@ class ParserImpl {
     ParseBlock(stmt->blocks.back());
     for (;;) {
       if (tok_.Is(Keyword::ElseIf)) {
+        stmt->elseIfAt.emplace_back(tok_.line, tok_.column);
         Advance();
         stmt->conditions.push_back(ParseExpr());
         ExpectKeyword(Keyword::Then, syntax::kExpectedThen);
@@ -1006,6 +1007,8 @@ class ParserImpl {
     ParseBlock(stmt->body);
     --ctx_->doDepth;
     if (!tok_.Is(Keyword::Loop)) Fail(syntax::kExpectedLoop);
+    stmt->loopLine = tok_.line;
+    stmt->loopColumn = tok_.column;
     Advance();
     if (tok_.Is(Keyword::While) || tok_.Is(Keyword::Until)) {
       if (stmt->test != DoStmt::None) Fail(syntax::kExpectedEndOfStatement);

@@ -164,6 +164,14 @@ TEST(VbsErrorPosition, RuntimeErrorsReportTheColumnOfTheFailingStatement) {
   EXPECT_EQ(EvalErrorOf(e, "  1 \\ 0"), 11);
   EXPECT_EQ(e.Error().Line(), 1);
   EXPECT_EQ(e.Error().Column(), 3);
+  // Conditions after the statement's first line report their own line.
+  EXPECT_EQ(ErrorOf(e, "If False Then\n  ElseIf 1 / 0 Then\nEnd If"), 11);
+  EXPECT_EQ(e.Error().Line(), 2);
+  EXPECT_EQ(e.Error().Column(), 3);
+  EXPECT_EQ(ErrorOf(e, "Do\n  w = 1\n Loop Until CLng(\"w\")"), 13);
+  EXPECT_EQ(e.Error().Line(), 3);
+  EXPECT_EQ(e.Error().Column(), 2);
+  EXPECT_EQ(e.Error().Text(), " Loop Until CLng(\"w\")");
   // A handled error leaves no stale position for the next failure.
   EXPECT_EQ(ErrorOf(e, "On Error Resume Next\n   z = 1 / 0\nOn Error GoTo 0\n  z = CLng(\"q\")"), 13);
   EXPECT_EQ(e.Error().Line(), 4);
