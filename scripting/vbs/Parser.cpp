@@ -524,7 +524,9 @@ class ParserImpl {
           continue;
         }
       }
-      if (ResolveEnclosing(*name)) continue;
+      // A procedure that Execute text defines sees globals, not the locals
+      // of the procedure that ran the Execute.
+      if (!ctx.proto && ResolveEnclosing(*name)) continue;
       if (!ctx.proto && enclosing_ && enclosing_->proto && IsExecLocal(name->lower)) {
         name->scope = NameScope::ExecLocal;
         continue;

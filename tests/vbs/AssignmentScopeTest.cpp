@@ -124,6 +124,20 @@ TEST(VbsExecute, DimInsideAProcedureStaysLocal) {
   EXPECT_EQ(Typed(e, "everywhere"), "Integer:3");
 }
 
+TEST(VbsExecute, ProceduresDefinedInsideAProcedureSeeGlobals) {
+  Engine e;
+  e.AddCode(
+      "Dim X, got : X = \"Global\"\n"
+      "Sub Outer()\n"
+      "  Dim X : X = \"Local\"\n"
+      "  Execute \"Sub Defined : got = X & \"\"/\"\" & Eval(\"\"X\"\") : End Sub\"\n"
+      "  Defined\n"
+      "  got = got & \"/\" & Eval(\"X\")\n"
+      "End Sub\n"
+      "Outer");
+  EXPECT_EQ(Typed(e, "got"), "String:Global/Global/Local");
+}
+
 TEST(VbsExecute, DimAtTopLevelIsGlobal) {
   Engine e;
   e.AddCode("Execute \"Dim top : top = 1\"");
