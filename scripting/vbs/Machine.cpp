@@ -912,7 +912,7 @@ Variant Machine::EvalName(NameExpr& n, Frame& f, bool call) {
           var = ProcedureFrame(f)->refs[n.implicitSlot];
           // An undefined name called as a procedure (the slot was never
           // assigned, so nothing of that name exists).
-          if (call && var->IsEmpty()) ThrowNamed(13, n.name);
+          if ((call || n.hasParens) && var->IsEmpty()) ThrowNamed(13, n.name);
           break;
         }
         if (n.hasParens || call) ThrowNamed(13, n.name);

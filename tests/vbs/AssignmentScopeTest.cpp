@@ -155,12 +155,21 @@ TEST(VbsUndefinedName, CallingAnUndefinedNameInsideAProcedureFails) {
       "  Call NoSuchRoutine\n"
       "  Guarded = Err.Number\n"
       "End Function\n"
-      "Sub Assigned() : later = 1 : later : End Sub");
+      "Sub Assigned() : later = 1 : later : End Sub\n"
+      "Class Kind\n"
+      "  Sub Method() : AlsoMissing : End Sub\n"
+      "  Function Value() : Value = Absent(1) : End Function\n"
+      "End Class\n"
+      "Dim obj : Set obj = New Kind");
   EXPECT_EQ(ErrorOf(e, "Broken"), 13);
   EXPECT_EQ(e.Error().Line(), 2);
   EXPECT_NE(e.Error().Description().find("NoSuchRoutine"), std::string::npos);
   EXPECT_EQ(Typed(e, "Guarded()"), "Long:13");
   EXPECT_EQ(ErrorOf(e, "Assigned"), 0);
+  EXPECT_EQ(ErrorOf(e, "obj.Method"), 13);
+  EXPECT_EQ(e.Error().Description(), "Type mismatch: 'AlsoMissing'");
+  EXPECT_EQ(EvalErrorOf(e, "obj.Value()"), 13);
+  EXPECT_EQ(e.Error().Description(), "Type mismatch: 'Absent'");
 }
 
 TEST(VbsErrorPosition, RuntimeErrorsReportTheColumnOfTheFailingStatement) {
