@@ -916,6 +916,15 @@ Variant Machine::EvalName(NameExpr& n, Frame& f, bool call) {
           break;
         }
         if (n.hasParens || call) ThrowNamed(13, n.name);
+        if (Frame* host = ExecuteHost(f)) {
+          // Text an Execute runs inside a procedure: a variable an earlier
+          // assignment made there, or Empty (nothing becomes global).
+          if (host->execLocals) {
+            auto it = host->execLocals->find(n.lower);
+            if (it != host->execLocals->end()) return it->second;
+          }
+          return Variant();
+        }
         GlobalEntry& g = Declare(n.lower, n.name);
         g.kind = GlobalEntry::Variable;
         n.cache = &g;
@@ -1207,6 +1216,12 @@ Variant* Machine::VariableRef(NameExpr& n, Frame& f) {
       if (!e) {
         if (f.code && f.code->optionExplicit && !n.declaredByReDim) Undefined(n.name);
         if (n.implicitSlot >= 0) return ProcedureFrame(f)->refs[n.implicitSlot];
+        if (ExecuteHost(f)) {
+          // Assigning an undeclared name in text an Execute runs inside a
+          // procedure makes a variable of that call, as in the procedure.
+          n.scope = NameScope::ExecLocal;
+          return ExecLocalRef(n, f);
+        }
         GlobalEntry& g = Declare(n.lower, n.name);
         g.kind = GlobalEntry::Variable;
         n.cache = &g;
@@ -1224,6 +1239,8 @@ Frame* Machine::ProcedureFrame(Frame& f) {
   while (p && !p->proto) p = p->enclosing;
   return p;
 }
+
+Frame* Machine::ExecuteHost(Frame& f) { return !f.proto && f.enclosing ? ProcedureFrame(*f.enclosing) : nullptr; }
 
 Variant* Machine::ExecLocalRef(const NameExpr& n, Frame& f) {
   Frame* p = ProcedureFrame(f);

@@ -158,6 +158,9 @@ class Machine {
   // runs inside); null at global scope.
   static Frame* ProcedureFrame(Frame& f);
   Variant* ExecLocalRef(const NameExpr& n, Frame& f);
+  // The procedure call whose context Execute/Eval text in `f` runs in; null
+  // for procedure frames and global code.
+  static Frame* ExecuteHost(Frame& f);
 
   Variant CallProc(const FunctionProto& p, ScriptObject* me, const ExprList* args, Frame* caller,
                    std::span<Variant> values, const Variant* letValue);

@@ -114,10 +114,19 @@ TEST(VbsExecute, DimInsideAProcedureStaysLocal) {
       "  Execute \"Dim arr(2) : arr(1) = mine + 1 : Execute \"\"arr(2) = 7\"\"\"\n"
       "  seen = Eval(\"arr(1) + arr(2)\")\n"
       "End Sub\n"
+      "Function Implicit()\n"
+      "  Execute \"made = 5 : made = made + 1\"\n"
+      "  Execute \"made = made * 2 : other = made\"\n"
+      "  Implicit = Eval(\"made + other + IsEmpty(nowhere)\")\n"
+      "End Function\n"
       "Sub Shared() : ExecuteGlobal \"Dim everywhere : everywhere = 3\" : End Sub");
   EXPECT_EQ(Typed(e, "Run()"), "Integer:42");
   EXPECT_EQ(ErrorOf(e, "Option Explicit\nDim probe : probe = fresh"), 500);
   EXPECT_EQ(Typed(e, "Again()"), "Boolean:True");
+  EXPECT_EQ(Typed(e, "Implicit()"), "Integer:23");
+  EXPECT_EQ(ErrorOf(e, "Option Explicit\nDim probe2 : probe2 = made"), 500);
+  EXPECT_EQ(ErrorOf(e, "Option Explicit\nDim probe3 : probe3 = other"), 500);
+  EXPECT_EQ(ErrorOf(e, "Option Explicit\nDim probe4 : probe4 = nowhere"), 500);
   e.AddCode("Known");
   EXPECT_EQ(Typed(e, "seen"), "Integer:9");
   e.AddCode("Shared");
