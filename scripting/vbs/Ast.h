@@ -46,8 +46,9 @@ struct LiteralExpr : Expr {
 };
 
 // Enclosing: a slot of the frame that ran Execute/Eval (code compiled inside
-// a procedure sees that procedure's locals).
-enum class NameScope : uint8_t { Local, ClassMember, Enclosing, Dynamic };
+// a procedure sees that procedure's locals). ExecLocal: a variable an Execute
+// inside a procedure declared; it lives, by name, with that procedure's call.
+enum class NameScope : uint8_t { Local, ClassMember, Enclosing, ExecLocal, Dynamic };
 
 // A bare name, possibly with an argument list: `x`, `f(1, 2)`, `a(3)`.
 struct NameExpr : Expr {
@@ -166,6 +167,7 @@ struct ConstStmt : Stmt {
 struct IfStmt : Stmt {
   IfStmt() : Stmt(StmtKind::If) {}
   ExprList conditions;
+  std::vector<std::pair<int, int>> elseIfAt;  // line, column of each ElseIf (conditions 1...)
   std::vector<Block> blocks;
   Block elseBlock;
 };
@@ -207,6 +209,7 @@ struct DoStmt : Stmt {
   DoStmt() : Stmt(StmtKind::Do) {}
   enum Test : uint8_t { None, PreWhile, PreUntil, PostWhile, PostUntil } test = None;
   ExprPtr condition;
+  int loopLine = 0, loopColumn = 0;  // where `Loop While/Until` stands
   Block body;
 };
 

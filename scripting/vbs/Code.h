@@ -37,6 +37,9 @@ struct Code : std::enable_shared_from_this<Code> {
     int column = 0;
   };
   std::vector<GlobalName> globals;
+  // Execute inside a procedure: names the text declares at its top level,
+  // which become variables of that procedure's call, not globals.
+  std::vector<std::string> execLocals;
 
   // The text of source line `line` (numbered from firstLine); empty when out
   // of range.

@@ -27,6 +27,13 @@ std::string LineOf(std::string_view text, int line) {
   return std::string(text.substr(start, end == std::string_view::npos ? std::string_view::npos : end - start));
 }
 
+// Where an expression text starts on its first line (1-based).
+int FirstColumn(std::string_view text) {
+  size_t i = 0;
+  while (i < text.size() && (text[i] == ' ' || text[i] == '\t')) ++i;
+  return static_cast<int>(i) + 1;
+}
+
 }  // namespace
 
 void EngineError::Clear() {
@@ -116,9 +123,11 @@ void Engine::Fail(std::string_view code, bool isExpression) {
     error_.source_ = e.source();
     if (machine_->ErrorCode()) {
       error_.line_ = machine_->ErrorLine();
+      error_.column_ = machine_->ErrorColumn();
       error_.text_ = machine_->ErrorCode()->LineText(error_.line_);
     } else if (isExpression || machine_->ErrorLine() > 0) {
       error_.line_ = isExpression ? 1 : machine_->ErrorLine();
+      error_.column_ = isExpression ? FirstColumn(code) : machine_->ErrorColumn();
       error_.text_ = LineOf(code, error_.line_);
     }
     throw;
@@ -133,6 +142,7 @@ void Engine::Fail(std::string_view code, bool isExpression) {
   error_.source_ = std::string(kScriptRuntimeSource);
   if (machine_->ErrorCode()) {
     error_.line_ = machine_->ErrorLine();
+    error_.column_ = machine_->ErrorColumn();
     error_.text_ = machine_->ErrorCode()->LineText(error_.line_);
   }
   throw tessel::Error(error_.number_, error_.description_, error_.source_);

@@ -38,6 +38,9 @@ struct FunctionProto {
   // Name of each named slot (params, result, locals), lowercase; Execute and
   // Eval inside the procedure resolve names against it.
   std::vector<std::string> slotNames;
+  // Slots from here on belong to names the procedure uses without declaring
+  // them (a global of the name wins at run time); -1 until the body is done.
+  int implicitFrom = -1;
   // Fixed-size local arrays (`Dim a(3)`) created when a frame starts.
   std::vector<std::pair<int, std::vector<int32_t>>> fixedArrays;
   Block body;

@@ -186,6 +186,15 @@ SafeArray& Writable(Variant& array) {
   return a;
 }
 
+// A value stored into a variable, element or parameter: a copy of a
+// fixed-size array is a dynamic array, so it gets elements of its own without
+// the fixed mark (the original keeps its mark and its storage).
+inline void UnfixCopy(Variant& value) {
+  if (!value.IsArray() || !value.ArrayValue().IsLocked()) return;
+  SafeArray& a = value.MutableArray();
+  while (a.IsLocked()) a.Unlock();
+}
+
 Variant FixedArray(const std::vector<int32_t>& dims) {
   std::vector<Variant::Bound> bounds;
   bounds.reserve(dims.size());
@@ -223,6 +232,7 @@ void Machine::AddObject(const std::string& name, Ref<Object> object, bool addMem
 void Machine::BeginEntry() {
   errorNoted_ = false;
   errorLine_ = 0;
+  errorColumn_ = 0;
   errorCode_ = nullptr;
   errorCodeKeep_.reset();
   aborting_ = false;
@@ -336,6 +346,12 @@ void Machine::Run(const std::shared_ptr<Code>& code, Frame* enclosing) {
       }
     }
   }
+  if (!code->execLocals.empty()) {
+    Frame* p = enclosing ? ProcedureFrame(*enclosing) : nullptr;
+    if (!p) ThrowRuntimeError(51);
+    if (!p->execLocals) p->execLocals = std::make_unique<std::unordered_map<std::string, Variant>>();
+    for (const auto& lower : code->execLocals) p->execLocals->try_emplace(lower);
+  }
   ++generation_;
   SlotBuffer buffer(code->slotCount);
   Frame f;
@@ -379,10 +395,13 @@ Variant Machine::CallProcedure(const FunctionProto& proto, std::span<Variant> ar
   return CallProc(proto, nullptr, nullptr, nullptr, args, nullptr);
 }
 
-void Machine::NotePosition(const Stmt& s, const Frame& f) {
+void Machine::NotePosition(const Stmt& s, const Frame& f) { NotePosition(s.line, s.column, f); }
+
+void Machine::NotePosition(int line, int column, const Frame& f) {
   if (errorNoted_) return;
   errorNoted_ = true;
-  errorLine_ = s.line;
+  errorLine_ = line;
+  errorColumn_ = column;
   errorCode_ = f.code;
   errorCodeKeep_ = f.code ? f.code->weak_from_this().lock() : nullptr;
   if (!errorCodeKeep_) errorCode_ = nullptr;
@@ -451,7 +470,14 @@ Machine::Flow Machine::Exec(const Stmt& s, Frame& f) {
       for (size_t i = 0; i < st.conditions.size(); ++i) {
         bool taken;
         if (!f.resumeNext) {
-          taken = Truth(Eval(*st.conditions[i], f));
+          try {
+            taken = Truth(Eval(*st.conditions[i], f));
+          } catch (...) {
+            // A failing ElseIf condition is reported where the ElseIf stands.
+            if (i > 0 && i - 1 < st.elseIfAt.size())
+              NotePosition(st.elseIfAt[i - 1].first, st.elseIfAt[i - 1].second, f);
+            throw;
+          }
         } else {
           // Under On Error Resume Next a failing condition resumes with the
           // next statement, which is the first one of its branch.
@@ -539,7 +565,7 @@ void Machine::ExecReDim(const ReDimStmt& s, Frame& f) {
     auto& name = static_cast<NameExpr&>(*item.target);
     Variant* var;
     if (name.scope == NameScope::Dynamic && !Resolve(name) && name.implicitSlot >= 0) {
-      var = f.refs[name.implicitSlot];  // ReDim declares the array, even under Option Explicit
+      var = ProcedureFrame(f)->refs[name.implicitSlot];  // ReDim declares the array, even under Option Explicit
     } else if (name.scope == NameScope::Dynamic && !Resolve(name) && name.implicitSlot < 0) {
       GlobalEntry& g = Declare(name.lower, name.name);
       g.kind = GlobalEntry::Variable;
@@ -721,8 +747,16 @@ Machine::Flow Machine::ExecDo(const DoStmt& s, Frame& f) {
     Flow flow = ExecBlock(s.body, f);
     if (flow == Flow::ExitDo) break;
     if (flow != Flow::Normal) return flow;
-    if (s.test == DoStmt::PostWhile && !Truth(Eval(*s.condition, f))) break;
-    if (s.test == DoStmt::PostUntil && Truth(Eval(*s.condition, f))) break;
+    if (s.test == DoStmt::PostWhile || s.test == DoStmt::PostUntil) {
+      bool value;
+      try {
+        value = Truth(Eval(*s.condition, f));
+      } catch (...) {
+        NotePosition(s.loopLine, s.loopColumn, f);
+        throw;
+      }
+      if (value == (s.test == DoStmt::PostUntil)) break;
+    }
     Tick();
   }
   return Flow::Normal;
@@ -860,6 +894,9 @@ Variant Machine::EvalName(NameExpr& n, Frame& f, bool call) {
       var = outer->refs[n.index];
       break;
     }
+    case NameScope::ExecLocal:
+      var = ExecLocalRef(n, f);
+      break;
     case NameScope::ClassMember: {
       ScriptObject* me = f.me;
       if (!me) ThrowRuntimeError(424);
@@ -872,10 +909,22 @@ Variant Machine::EvalName(NameExpr& n, Frame& f, bool call) {
         const bool explicitNames = f.code && f.code->optionExplicit && !n.declaredByReDim;
         if (explicitNames) Undefined(n.name);
         if (n.implicitSlot >= 0) {
-          var = f.refs[n.implicitSlot];
+          var = ProcedureFrame(f)->refs[n.implicitSlot];
+          // An undefined name called as a procedure (the slot was never
+          // assigned, so nothing of that name exists).
+          if ((call || n.hasParens) && var->IsEmpty()) ThrowNamed(13, n.name);
           break;
         }
         if (n.hasParens || call) ThrowNamed(13, n.name);
+        if (Frame* host = ExecuteHost(f)) {
+          // Text an Execute runs inside a procedure: a variable an earlier
+          // assignment made there, or Empty (nothing becomes global).
+          if (host->execLocals) {
+            auto it = host->execLocals->find(n.lower);
+            if (it != host->execLocals->end()) return it->second;
+          }
+          return Variant();
+        }
         GlobalEntry& g = Declare(n.lower, n.name);
         g.kind = GlobalEntry::Variable;
         n.cache = &g;
@@ -1007,7 +1056,9 @@ Variant Machine::CallIntrinsic(int id, const ExprList& args, Frame& f) {
   for (const auto& a : args) argv.push_back(Eval(*a, f));
   switch (id) {
     case kEval: {
-      EnclosingScope scope{f.proto, f.me ? &f.me->Class() : nullptr};
+      Frame* pf = ProcedureFrame(f);
+      EnclosingScope scope{pf ? pf->proto : nullptr, f.me ? &f.me->Class() : nullptr,
+                           pf ? pf->execLocals.get() : nullptr};
       ExprPtr expr;
       try {
         expr = Parser::ParseExpression(argv[0].ToString(), &scope);
@@ -1022,8 +1073,10 @@ Variant Machine::CallIntrinsic(int id, const ExprList& args, Frame& f) {
     }
     case kExecute:
     case kExecuteGlobal: {
-      const bool local = id == kExecute && f.proto;
-      EnclosingScope scope{f.proto, f.me ? &f.me->Class() : nullptr};
+      Frame* pf = ProcedureFrame(f);
+      const bool local = id == kExecute && pf;
+      EnclosingScope scope{pf ? pf->proto : nullptr, f.me ? &f.me->Class() : nullptr,
+                           pf ? pf->execLocals.get() : nullptr};
       std::shared_ptr<Code> code;
       try {
         code = Parser::ParseProgram(argv[0].ToString(), 1, local ? &scope : nullptr);
@@ -1116,10 +1169,30 @@ Variant Machine::CreateObject(const std::string& progId) {
 void Machine::AssignToVariable(Variant& var, Variant value, bool isSet) {
   if (isSet) {
     if (!value.IsObject()) ThrowRuntimeError(424);
-  } else if (value.IsObject()) {
-    value = value.Dereference();
+  } else {
+    if (value.IsObject()) value = value.Dereference();
+    // Let to a variable that holds an object with a default property assigns
+    // that property; the variable keeps the object.
+    if (var.IsObject() && var.ObjectPtr() && LetDefault(var, value)) return;
   }
   var = std::move(value);
+}
+
+bool Machine::LetDefault(const Variant& holder, const Variant& value) {
+  Ref<Object> object = holder.ObjectRef();
+  Variant arg = value;
+  if (auto* so = dynamic_cast<ScriptObject*>(object.get())) {
+    if (so->Class().defaultMember < 0) return false;
+    so->Invoke(kDispIdDefault, InvokeKind::PropertyLet, std::span<Variant>(&arg, 1));
+    return true;
+  }
+  try {
+    object->Invoke(kDispIdDefault, InvokeKind::PropertyLet, std::span<Variant>(&arg, 1));
+  } catch (const Error& e) {
+    if (e.number() == 438) return false;  // no default property: the value replaces the object
+    throw;
+  }
+  return true;
 }
 
 Variant* Machine::VariableRef(NameExpr& n, Frame& f) {
@@ -1131,6 +1204,8 @@ Variant* Machine::VariableRef(NameExpr& n, Frame& f) {
       while (outer && !outer->proto) outer = outer->enclosing;
       return outer ? outer->refs[n.index] : nullptr;
     }
+    case NameScope::ExecLocal:
+      return ExecLocalRef(n, f);
     case NameScope::ClassMember: {
       if (!f.me) return nullptr;
       const ClassMember& m = f.me->Class().members[n.index];
@@ -1140,7 +1215,13 @@ Variant* Machine::VariableRef(NameExpr& n, Frame& f) {
       GlobalEntry* e = Resolve(n);
       if (!e) {
         if (f.code && f.code->optionExplicit && !n.declaredByReDim) Undefined(n.name);
-        if (n.implicitSlot >= 0) return f.refs[n.implicitSlot];
+        if (n.implicitSlot >= 0) return ProcedureFrame(f)->refs[n.implicitSlot];
+        if (ExecuteHost(f)) {
+          // Assigning an undeclared name in text an Execute runs inside a
+          // procedure makes a variable of that call, as in the procedure.
+          n.scope = NameScope::ExecLocal;
+          return ExecLocalRef(n, f);
+        }
         GlobalEntry& g = Declare(n.lower, n.name);
         g.kind = GlobalEntry::Variable;
         n.cache = &g;
@@ -1151,6 +1232,21 @@ Variant* Machine::VariableRef(NameExpr& n, Frame& f) {
     }
   }
   return nullptr;
+}
+
+Frame* Machine::ProcedureFrame(Frame& f) {
+  Frame* p = &f;
+  while (p && !p->proto) p = p->enclosing;
+  return p;
+}
+
+Frame* Machine::ExecuteHost(Frame& f) { return !f.proto && f.enclosing ? ProcedureFrame(*f.enclosing) : nullptr; }
+
+Variant* Machine::ExecLocalRef(const NameExpr& n, Frame& f) {
+  Frame* p = ProcedureFrame(f);
+  if (!p) ThrowRuntimeError(51);
+  if (!p->execLocals) p->execLocals = std::make_unique<std::unordered_map<std::string, Variant>>();
+  return &(*p->execLocals)[n.lower];  // nodes of an unordered_map do not move
 }
 
 Variant* Machine::ArgumentRef(const Expr& e, Frame& f) {
@@ -1176,16 +1272,41 @@ Variant* Machine::ElementRef(Variant& array, const ExprList& args, Frame& f) {
   return &Writable(array).At(std::span<const int32_t>(idx, args.size()));
 }
 
+Variant* Machine::StorageRef(const Expr& e, Frame& f) {
+  if (e.kind == ExprKind::Name) {
+    auto& n = const_cast<NameExpr&>(static_cast<const NameExpr&>(e));
+    if (n.scope == NameScope::Dynamic) {
+      GlobalEntry* g = Resolve(n);
+      if (g && g->kind != GlobalEntry::Variable) return nullptr;
+      if (!g && n.implicitSlot < 0) return nullptr;
+    }
+    if (n.scope == NameScope::ClassMember && !f.me) return nullptr;
+    Variant* var = VariableRef(n, f);
+    if (!var || n.args.empty()) return var;
+    return var->IsArray() ? ElementRef(*var, n.args, f) : nullptr;
+  }
+  if (e.kind == ExprKind::Index) {
+    const auto& ix = static_cast<const IndexExpr&>(e);
+    Variant* inner = StorageRef(*ix.target, f);
+    return inner && inner->IsArray() ? ElementRef(*inner, ix.args, f) : nullptr;
+  }
+  return nullptr;
+}
+
 void Machine::Assign(const Expr& target, Variant value, bool isSet, Frame& f) {
+  if (value.IsArray()) UnfixCopy(value);
   if (target.kind == ExprKind::Name) {
     auto& n = const_cast<NameExpr&>(static_cast<const NameExpr&>(target));
     // Plain variables: the common case, straight to the slot.
     if (!isSet && !value.IsObject() && n.args.empty()) {
       if (n.scope == NameScope::Local) {
-        *f.refs[n.index] = std::move(value);
-        return;
-      }
-      if (n.scope == NameScope::Dynamic && n.cache && n.cache->kind == GlobalEntry::Variable) {
+        Variant& slot = *f.refs[n.index];
+        if (!slot.IsObject()) {
+          slot = std::move(value);
+          return;
+        }
+      } else if (n.scope == NameScope::Dynamic && n.cache && n.cache->kind == GlobalEntry::Variable &&
+                 !n.cache->value.IsObject()) {
         n.cache->value = std::move(value);
         return;
       }
@@ -1272,6 +1393,11 @@ void Machine::Assign(const Expr& target, Variant value, bool isSet, Frame& f) {
   }
   if (target.kind == ExprKind::Index) {
     const auto& ix = static_cast<const IndexExpr&>(target);
+    // `a(0)(1) = v`: the inner array is written where it lives.
+    if (Variant* inner = StorageRef(*ix.target, f); inner && inner->IsArray()) {
+      AssignToVariable(*ElementRef(*inner, ix.args, f), std::move(value), isSet);
+      return;
+    }
     Variant object = Eval(*ix.target, f);
     if (object.IsObject() && object.ObjectPtr()) {
       Ref<Object> ref = object.ObjectRef();
@@ -1308,10 +1434,12 @@ Variant Machine::CallProc(const FunctionProto& p, ScriptObject* me, const ExprLi
         }
       }
       buffer.slots[i] = Eval(a, *caller);
+      UnfixCopy(buffer.slots[i]);
     } else if (p.params[i].byRef) {
       buffer.refs[i] = &values[i];
     } else {
       buffer.slots[i] = values[i];
+      UnfixCopy(buffer.slots[i]);
     }
   }
   if (letValue) buffer.slots[p.params.size() - 1] = *letValue;
@@ -1413,6 +1541,7 @@ void Machine::RunTerminate(ScriptObject& self) noexcept {
     // Errors inside Class_Terminate are swallowed, and Err is left as it was.
     bool noted = errorNoted_;
     int line = errorLine_;
+    int column = errorColumn_;
     const Code* code = errorCode_;
     try {
       CallProc(*term, &self, nullptr, nullptr, {}, nullptr);
@@ -1420,6 +1549,7 @@ void Machine::RunTerminate(ScriptObject& self) noexcept {
     }
     errorNoted_ = noted;
     errorLine_ = line;
+    errorColumn_ = column;
     errorCode_ = code;
   } catch (...) {
   }

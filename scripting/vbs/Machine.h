@@ -60,6 +60,9 @@ struct Frame {
   ScriptObject* me = nullptr;
   Frame* enclosing = nullptr;  // the frame an Execute/Eval runs inside
   bool resumeNext = false;
+  // Procedure calls: variables that Execute statements declared, by
+  // lowercase name; created on the first such declaration.
+  std::unique_ptr<std::unordered_map<std::string, Variant>> execLocals;
 };
 
 class Machine {
@@ -98,6 +101,8 @@ class Machine {
   // Where the last error left the running code: its line and source (line 0
   // when it did not come from a statement).
   int ErrorLine() const { return errorLine_; }
+  // The 1-based column where that statement starts (0 with line 0).
+  int ErrorColumn() const { return errorColumn_; }
   const Code* ErrorCode() const { return errorCode_; }
 
   // Used by ScriptObject.
@@ -125,6 +130,7 @@ class Machine {
   void ExecDim(const DimStmt& s, Frame& f);
   void ExecConst(const ConstStmt& s, Frame& f);
   void NotePosition(const Stmt& s, const Frame& f);
+  void NotePosition(int line, int column, const Frame& f);
 
   Variant Eval(const Expr& e, Frame& f);
   Variant EvalName(NameExpr& n, Frame& f, bool call);
@@ -136,12 +142,25 @@ class Machine {
 
   void Assign(const Expr& target, Variant value, bool isSet, Frame& f);
   void AssignToVariable(Variant& var, Variant value, bool isSet);
+  // Let through the default property of the object `holder` holds; false
+  // when the object has none.
+  bool LetDefault(const Variant& holder, const Variant& value);
+  // Storage of a variable or of an array element, nested ones included
+  // (`a(1)(2)`); null when the expression denotes no storage.
+  Variant* StorageRef(const Expr& e, Frame& f);
   // Storage of a name that denotes a variable; null when it denotes something
   // else (a procedure, a property, a host member ...).
   Variant* VariableRef(NameExpr& n, Frame& f);
   // Storage an argument can be passed ByRef through; null for values.
   Variant* ArgumentRef(const Expr& e, Frame& f);
   Variant* ElementRef(Variant& array, const ExprList& args, Frame& f);
+  // The procedure-call frame `f` runs in (itself, or the one an Execute/Eval
+  // runs inside); null at global scope.
+  static Frame* ProcedureFrame(Frame& f);
+  Variant* ExecLocalRef(const NameExpr& n, Frame& f);
+  // The procedure call whose context Execute/Eval text in `f` runs in; null
+  // for procedure frames and global code.
+  static Frame* ExecuteHost(Frame& f);
 
   Variant CallProc(const FunctionProto& p, ScriptObject* me, const ExprList* args, Frame* caller,
                    std::span<Variant> values, const Variant* letValue);
@@ -183,6 +202,7 @@ class Machine {
 
   bool errorNoted_ = false;
   int errorLine_ = 0;
+  int errorColumn_ = 0;
   const Code* errorCode_ = nullptr;
   std::shared_ptr<const Code> errorCodeKeep_;
 };

@@ -227,9 +227,30 @@ class ParserImpl {
       name.scope = NameScope::Local;
       name.index = slot;
     } else {
-      code_->globals.push_back({name.lower, name.name, name.line, name.column});
+      DeclareTopLevel(name);
       ctx_->pending.push_back(&name);
     }
+  }
+
+  // A declaration outside procedures: a global, or, in text an Execute runs
+  // inside a procedure, a variable of that procedure's call (unless the
+  // procedure already has one of that name).
+  void DeclareTopLevel(const NameExpr& name) {
+    if (!enclosing_ || !enclosing_->proto) {
+      code_->globals.push_back({name.lower, name.name, name.line, name.column});
+      return;
+    }
+    for (const auto& n : enclosing_->proto->slotNames)
+      if (n == name.lower) return;
+    for (const auto& n : code_->execLocals)
+      if (n == name.lower) return;
+    code_->execLocals.push_back(name.lower);
+  }
+
+  bool IsExecLocal(const std::string& lower) const {
+    for (const auto& n : code_->execLocals)
+      if (n == lower) return true;
+    return enclosing_ && enclosing_->execLocals && enclosing_->execLocals->count(lower);
   }
 
   void SetSlotName(int slot, const std::string& lower) {
@@ -484,6 +505,7 @@ class ParserImpl {
 
   // Resolves the names collected in a scope that ended.
   void FinishScope(ProcContext& ctx, ClassDef* cls) {
+    if (ctx.proto) ctx.proto->implicitFrom = ctx.proto->slotCount;
     for (NameExpr* name : ctx.pending) {
       if (ctx.proto) {
         auto it = ctx.locals.find(name->lower);
@@ -502,7 +524,13 @@ class ParserImpl {
           continue;
         }
       }
-      if (ResolveEnclosing(*name)) continue;
+      // A procedure that Execute text defines sees globals, not the locals
+      // of the procedure that ran the Execute.
+      if (!ctx.proto && ResolveEnclosing(*name)) continue;
+      if (!ctx.proto && enclosing_ && enclosing_->proto && IsExecLocal(name->lower)) {
+        name->scope = NameScope::ExecLocal;
+        continue;
+      }
       if (!ctx.proto && enclosing_ && enclosing_->owner) {
         int index = enclosing_->owner->Find(name->lower);
         if (index >= 0) {
@@ -524,6 +552,14 @@ class ParserImpl {
     for (size_t i = 0; i < names.size(); ++i) {
       if (names[i] == name.lower) {
         if (name.hasParens && static_cast<int>(i) == enclosing_->proto->resultSlot) return false;
+        const int from = enclosing_->proto->implicitFrom;
+        if (from >= 0 && static_cast<int>(i) >= from) {
+          // The procedure's undeclared name: looked up like one at run time,
+          // with the procedure's slot as its fallback.
+          name.scope = NameScope::Dynamic;
+          name.implicitSlot = static_cast<int>(i);
+          return true;
+        }
         name.scope = NameScope::Enclosing;
         name.index = static_cast<int>(i);
         return true;
@@ -773,7 +809,7 @@ class ParserImpl {
       // of the name wins at run time (dynamic lookup).
       if (ctx_->proto) ctx_->redimmed.push_back(name->lower);
       ctx_->pending.push_back(name.get());
-      if (!ctx_->proto) code_->globals.push_back({name->lower, name->name, name->line, name->column});
+      if (!ctx_->proto) DeclareTopLevel(*name);
       Expect(TokenKind::LParen, syntax::kExpectedLParen);
       for (;;) {
         item.bounds.push_back(ParseExpr());
@@ -806,6 +842,7 @@ class ParserImpl {
     ParseBlock(stmt->blocks.back());
     for (;;) {
       if (tok_.Is(Keyword::ElseIf)) {
+        stmt->elseIfAt.emplace_back(tok_.line, tok_.column);
         Advance();
         stmt->conditions.push_back(ParseExpr());
         ExpectKeyword(Keyword::Then, syntax::kExpectedThen);
@@ -972,6 +1009,8 @@ class ParserImpl {
     ParseBlock(stmt->body);
     --ctx_->doDepth;
     if (!tok_.Is(Keyword::Loop)) Fail(syntax::kExpectedLoop);
+    stmt->loopLine = tok_.line;
+    stmt->loopColumn = tok_.column;
     Advance();
     if (tok_.Is(Keyword::While) || tok_.Is(Keyword::Until)) {
       if (stmt->test != DoStmt::None) Fail(syntax::kExpectedEndOfStatement);

@@ -12,6 +12,8 @@
 #include <string>
 #include <string_view>
 
+#include <unordered_map>
+
 #include "scripting/vbs/Code.h"
 
 namespace tessel::vbs {
@@ -21,6 +23,8 @@ namespace tessel::vbs {
 struct EnclosingScope {
   const FunctionProto* proto = nullptr;
   const ClassDef* owner = nullptr;
+  // Variables earlier Execute statements declared in that procedure's call.
+  const std::unordered_map<std::string, Variant>* execLocals = nullptr;
 };
 
 class Parser {

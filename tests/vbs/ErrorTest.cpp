@@ -66,7 +66,7 @@ TEST(VbsError, RuntimeErrorsHaveTheLanguageNumbers) {
   EXPECT_EQ(EvalErrorOf(e, "CreateObject(\"No.Such\")"), 429);
   EXPECT_EQ(ErrorOf(e, "x = 1\nx = 1 / 0\n"), 11);
   EXPECT_EQ(e.Error().Line(), 2);
-  EXPECT_EQ(e.Error().Column(), 0);
+  EXPECT_EQ(e.Error().Column(), 1);
   EXPECT_EQ(e.Error().Description(), "Division by zero");
   EXPECT_EQ(e.Error().Source(), "Microsoft VBScript runtime error");
   EXPECT_EQ(e.Error().Text(), "x = 1 / 0");

@@ -44,7 +44,9 @@ TEST(VbsRunner, QuitEndsWithItsCode) {
 TEST(VbsRunner, ErrorsExitWithOneAndAReport) {
   std::string out, err;
   EXPECT_EQ(RunText("WScript.Echo 1\nx = 1 / 0\n", {}, out, err), 1);
-  EXPECT_NE(err.find("(2, 0) Microsoft VBScript runtime error: Division by zero (11)"), std::string::npos) << err;
+  EXPECT_NE(err.find("(2, 1) Microsoft VBScript runtime error: Division by zero (11)"), std::string::npos) << err;
+  EXPECT_EQ(RunText("If True Then\n  WScript.Echo 1 : x = CLng(\"a\")\nEnd If\n", {}, out, err), 1);
+  EXPECT_NE(err.find("(2, 20) Microsoft VBScript runtime error: Type mismatch"), std::string::npos) << err;
   EXPECT_EQ(RunText("x = = 1\n", {}, out, err), 1);
   EXPECT_NE(err.find("(1, 5) Microsoft VBScript compilation error: Expected expression (1023)"), std::string::npos)
       << err;
