@@ -7,46 +7,45 @@
 
 namespace tessel {
 
+FileIOController::FileIOController() = default;
+FileIOController::~FileIOController() = default;
+
 void FileIOController::Initialise(Ref<XMLWrapper> wrapper) {
   try {
+    if (!wrapper) ThrowRuntimeError(91);
     options_ = std::move(wrapper);
-    encoding_ = GetProperty("encoding");
-    GetFiles();
+    encoding_ = GetProperty("encoding").ToString();
+    files_ = GetFiles();
     fileIndex_ = 1;
   } catch (...) {
-    ErrorInRethrow("FileIOController.IInputOutputController_Initialise(oWrapper)");
+    ErrorInRethrow("FileIOController.IInputOutputController_Initialise(oWrapper)", {});
   }
 }
 
-std::string FileIOController::GetProperty(std::string_view name) {
-  try {
-    if (!options_) ThrowRuntimeError(91);
-    PropertyBagHelper helper(*options_);
-    if (!helper.HasProperty(name)) return {};
-    return helper.Property(name);
-  } catch (...) {
-    ErrorInRethrow("FileIOController.GetProperty(sName)", {Variant(name)});
-  }
+Variant FileIOController::GetProperty(std::string_view name) {
+  PropertyBagHelper bag(*options_);
+  if (!bag.HasProperty(name)) return Variant();
+  return Variant(bag.Property(name));
 }
 
-bool FileIOController::GetBooleanProperty(std::string_view name) {
-  const std::string text = GetProperty(name);
-  if (text.empty()) return false;
-  return BooleanText::Parse(text);
+bool FileIOController::BooleanProperty(std::string_view name) {
+  Variant value = GetProperty(name);
+  if (value.IsEmpty()) return false;
+  const std::string text = value.ToString();
+  return !text.empty() && BooleanText::Parse(text);
 }
 
-std::string FileIOController::GetFilePath() { return GetProperty("filedir"); }
-std::string FileIOController::FileFilter() { return GetProperty("filter"); }
+std::string FileIOController::GetFilePath() { return GetProperty("filedir").ToString(); }
+std::string FileIOController::FileFilter() { return GetProperty("filter").ToString(); }
 
-void FileIOController::GetFiles() {
+std::vector<std::string> FileIOController::GetFiles() {
   try {
-    files_.clear();
     const std::string filter = FileFilter();
     haveFileSet_ = !filter.empty();
-    if (!haveFileSet_) return;
-    files_ = fileSystem_.GetMatchingFiles(FileSystemWrapper::BuildPath(GetFilePath(), filter));
+    if (!haveFileSet_) return {};
+    return fileSystem_.GetMatchingFiles(FileSystemWrapper::BuildPath(GetFilePath(), filter));
   } catch (...) {
-    ErrorInRethrow("FileIOController.GetFiles()");
+    ErrorInRethrow("FileIOController.GetFiles()", {});
   }
 }
 
@@ -59,42 +58,33 @@ Variant FileIOController::FetchNextDataSet() {
     Variant result;
     if (fileSystem_.FileExists(path)) {
       if (!binary_) {
-        const std::string handle = fileSystem_.OpenTextStream(path, false, encoding_, false);
-        result = Variant(fileSystem_.ReadFile(handle));
+        std::string handle = fileSystem_.OpenTextStream(path, false, encoding_, false);
+        std::string text = fileSystem_.ReadFile(handle);
         fileSystem_.CloseFile(handle);
+        result = Variant(std::move(text));
       } else {
-        const std::string handle = fileSystem_.OpenBinaryStream(path, false);
+        std::string handle = fileSystem_.OpenBinaryStream(path, false);
         Bytes bytes = fileSystem_.ReadBinaryFile(handle);
+        fileSystem_.CloseFile(handle);
         std::vector<Variant> elements;
         elements.reserve(bytes.size());
-        for (uint8_t byte : bytes) elements.push_back(Variant::FromByte(byte));
+        for (uint8_t b : bytes) elements.push_back(Variant::FromByte(b));
         result = Variant::FromVector(std::move(elements));
-        fileSystem_.CloseFile(handle);
       }
     }
     ++fileIndex_;
     return result;
   } catch (...) {
-    ErrorInRethrow("FileIOController.IInputOutputController_FetchNextDataSet()");
-  }
-}
-
-std::string FileIOController::CurrentSource() {
-  try {
-    // Before the first fetch there is no source: the file set has no item 0.
-    if (fileIndex_ < 2 || !haveFileSet_) ThrowRuntimeError(9);
-    if (fileIndex_ - 1 <= files_.size()) return files_[fileIndex_ - 2];
-    return "File Set Not Open.";
-  } catch (...) {
-    ErrorInRethrow("FileIOController.IInputOutputController_CurrentSource()");
+    ErrorInRethrow("FileIOController.IInputOutputController_FetchNextDataSet()", {});
   }
 }
 
 void FileIOController::SetOption(std::string_view name, const Variant& value) {
   try {
-    if (name == "bintype") binary_ = value.ToBool();
+    if (name == "bintype") binary_ = value.IsEmpty() ? false : value.ToBool();
   } catch (...) {
-    ErrorInRethrow("FileIOController.IInputOutputController_SetOption(sName, vValue)", {Variant(name), value});
+    ErrorInRethrow("FileIOController.IInputOutputController_SetOption(sName, vValue)",
+                   {Variant(std::string(name)), value});
   }
 }
 
@@ -103,7 +93,20 @@ Variant FileIOController::GetOption(std::string_view name) {
   return Variant();
 }
 
-void FileIOController::HandleIOError(int32_t number, const std::string& file, const std::string& description) {
+std::string FileIOController::CurrentSource() {
+  try {
+    const size_t last = fileIndex_ - 1;
+    if (last == 0 || last > files_.size()) {
+      if (last == 0) ThrowRuntimeError(9);
+      return "File Set Not Open.";
+    }
+    return files_[last - 1];
+  } catch (...) {
+    ErrorInRethrow("FileIOController.IInputOutputController_CurrentSource()", {});
+  }
+}
+
+void FileIOController::HandleIOError(int32_t number, const std::string& description, const std::string& file) {
   ErrInsertTrace(BuildCheckMessage("Error whilst performing file operation on file [%1].||||Error [%2] - %3",
                                    {Variant(file), Variant(number), Variant(description)}));
 }
@@ -112,45 +115,41 @@ void FileIOController::WriteDataSet(const Variant& data, Transaction* transactio
   std::string fileName;
   std::string directory;
   try {
-    fileName = GetProperty("filter");
-    directory = GetProperty("filedir");
-    const bool evaluate = GetBooleanProperty("evaluate");
-    const bool overwrite = GetBooleanProperty("overwrite");
-    const bool checkContents = GetBooleanProperty("checkcontents");
-    const bool writeBom = GetBooleanProperty("writebom");
-
+    fileName = FileFilter();
+    directory = GetFilePath();
+    const bool evaluate = BooleanProperty("evaluate");
+    const bool overwrite = BooleanProperty("overwrite");
+    const bool checkContents = BooleanProperty("checkcontents");
+    const bool writeBom = BooleanProperty("writebom");
     bool write = true;
     if (checkContents && overwrite && !binary_) {
-      // Only an existing empty file is kept; the new data is not compared.
+      // Only an existing empty file survives; the new data is not compared.
       const std::string existing = FileSystemWrapper::BuildPath(directory, fileName);
       if (fileSystem_.FileExists(existing)) {
-        const std::string handle = fileSystem_.OpenTextStream(existing, false, encoding_, false);
-        if (fileSystem_.ReadFile(handle).empty()) write = false;
+        std::string handle = fileSystem_.OpenTextStream(existing, false, encoding_, false);
+        std::string text = fileSystem_.ReadFile(handle);
+        fileSystem_.CloseFile(handle);
+        if (text.empty()) write = false;
+      }
+    }
+    if (write) {
+      if (binary_) {
+        std::string handle = fileSystem_.CreateBinaryStream(fileName, evaluate, directory, overwrite, transaction);
+        fileSystem_.WriteToBinaryFile(handle, data);
+        fileSystem_.CloseFile(handle);
+      } else {
+        std::string handle = fileSystem_.CreateTextStream(fileName, evaluate, directory, overwrite, encoding_,
+                                                          writeBom, transaction);
+        fileSystem_.WriteToFile(handle, data.IsEmpty() || data.IsNull() ? std::string() : data.ToString());
         fileSystem_.CloseFile(handle);
       }
     }
-    if (!write) return;
-    if (binary_) {
-      const std::string handle = fileSystem_.CreateBinaryStream(fileName, evaluate, directory, overwrite, transaction);
-      fileSystem_.WriteToBinaryFile(handle, data);
-      fileSystem_.CloseFile(handle);
-    } else {
-      const std::string handle =
-          fileSystem_.CreateTextStream(fileName, evaluate, directory, overwrite, encoding_, writeBom, transaction);
-      if (data.IsString()) {
-        fileSystem_.WriteToFile(handle, data.StringValue());
-      } else {
-        fileSystem_.WriteToFile(handle, data.ToString());
-      }
-      fileSystem_.CloseFile(handle);
-    }
   } catch (...) {
-    const Error current = CurrentError();
+    Error current = CurrentError();
     if (FileSystemWrapper::IsIOError(current.number())) {
-      HandleIOError(current.number(), FileSystemWrapper::BuildPath(directory, fileName),
-                    ErrTraceFreeDescription());
+      HandleIOError(current.number(), ShortDescription(current), FileSystemWrapper::BuildPath(directory, fileName));
     }
-    ErrorInRethrow("FileIOController.IInputOutputController_WriteDataSet(vData, oTransaction)");
+    ErrorInRethrow("FileIOController.IInputOutputController_WriteDataSet(vData, oTransaction)", {});
   }
 }
 

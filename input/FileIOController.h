@@ -1,20 +1,23 @@
-// FileIOController: the controller of files, on both sides of a job.
+// FileIOController: the IInputOutputController for files.
 //
-// Input: the options filedir and filter (a name pattern with * and ?) give an
-// ordered file set, listed once in Initialise; each FetchNextDataSet hands out
-// one file's whole content, decoded text or with the run-time option bintype
-// a byte array. Output: each WriteDataSet writes one new file named by filter
-// (a plain name, or with evaluate an expression) in filedir; overwrite,
-// encoding, writebom and checkcontents shape the write. All file access and
-// character-set work goes through the FileSystemWrapper the controller owns.
+// On input it turns the options filedir and filter (a name pattern with * and
+// ?) into a file set, listed once in Initialise in the order the directory
+// listing gives, and hands out one whole file per FetchNextDataSet: decoded
+// text, or with the run-time option bintype a byte array. On output every
+// WriteDataSet creates one file named by filter (an expression when evaluate
+// is set) in filedir. It knows nothing of records; character sets are the
+// FileSystemWrapper's business.
 //
-// Errors: 8500 fetch past the end of the file set, 8501 a missing directory
-// (from Initialise); I/O failures of a write gain the file's name in their
-// text and pass on.
+// Ownership: the controller owns its FileSystemWrapper (which closes whatever
+// is left open) and keeps the options wrapper it was initialised with.
+//
+// Errors: 8500 fetch past the end of the file set; 8501 filedir does not
+// exist (during Initialise); the file system's errors on read and write, an
+// I/O error on write carrying the file's name as additional text.
 #pragma once
 
+#include <memory>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "input/IInputOutputController.h"
@@ -27,15 +30,19 @@ class FileIOController : public IInputOutputController {
  public:
   static constexpr int32_t kPastEnd = 8500;
 
-  FileIOController() = default;
+  FileIOController();
+  ~FileIOController() override;
 
   void Initialise(Ref<XMLWrapper> wrapper) override;
   void BeginTransaction() override {}
   void Commit() override {}
   Variant FetchNextDataSet() override;
   bool EOF_() override;
+  // Only bintype is known: it sets binary reading and writing.
   void SetOption(std::string_view name, const Variant& value) override;
   Variant GetOption(std::string_view name) override;
+  // The file last fetched; "File Set Not Open." past the end; fails before
+  // the first fetch.
   std::string CurrentSource() override;
   void WriteDataSet(const Variant& data, Transaction* transaction) override;
   std::string OutputId() override { return {}; }
@@ -45,13 +52,13 @@ class FileIOController : public IInputOutputController {
   const std::vector<std::string>& Files() const { return files_; }
 
  private:
-  void GetFiles();
+  std::vector<std::string> GetFiles();
   std::string GetFilePath();
   std::string FileFilter();
-  // The option's text, or "" when the option is absent.
-  std::string GetProperty(std::string_view name);
-  bool GetBooleanProperty(std::string_view name);
-  void HandleIOError(int32_t number, const std::string& file, const std::string& description);
+  // The option's value, or Empty when the option is absent.
+  Variant GetProperty(std::string_view name);
+  bool BooleanProperty(std::string_view name);
+  void HandleIOError(int32_t number, const std::string& description, const std::string& file);
 
   bool binary_ = false;
   std::string encoding_;

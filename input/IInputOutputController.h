@@ -1,11 +1,11 @@
-// IInputOutputController: where a transform's data sets come from and go to.
+// IInputOutputController: where a transform's data sets come from or go to
+// (files, a database, an HTTP endpoint). Readers pull whole data sets from it
+// with FetchNextDataSet; writers hand it whole data sets with WriteDataSet.
 //
-// A controller is made by the read or write transform from the type attribute
-// of TRANSFORM/INPUTSTREAM and initialised with a wrapper holding a copy of
-// that element; it owns the wrapper from then on. Input side: FetchNextDataSet
-// hands out one whole data set at a time until EOF_. Output side: each
-// WriteDataSet call writes one complete data set. Operations without meaning
-// for a controller do nothing.
+// A controller is made by the transform that uses it, initialised once with a
+// private copy of the transform's INPUTSTREAM (or OUTPUTSTREAM) element, and
+// shared with the reader or writer for the life of the transform. Operations
+// without meaning for a controller do nothing and succeed.
 #pragma once
 
 #include <string>
@@ -23,22 +23,22 @@ class IInputOutputController {
  public:
   virtual ~IInputOutputController() = default;
 
-  // Reads the options and positions the controller before its first data set.
+  // Reads the options, opens or lists the sources; the controller then stands
+  // before its first data set. The controller keeps the wrapper.
   virtual void Initialise(Ref<XMLWrapper> wrapper) = 0;
-  // Start and end of an output unit of work.
   virtual void BeginTransaction() = 0;
   virtual void Commit() = 0;
-  // The next data set; advances.
+  // The next data set (text as a string, bytes as a byte array), advancing.
   virtual Variant FetchNextDataSet() = 0;
   // True when no further data set can be fetched.
   virtual bool EOF_() = 0;
   virtual void SetOption(std::string_view name, const Variant& value) = 0;
-  // Empty for an unknown name.
+  // Empty for a name the controller does not know.
   virtual Variant GetOption(std::string_view name) = 0;
   // Name of the source last fetched.
   virtual std::string CurrentSource() = 0;
-  // Writes one complete data set; `transaction` (may be null) is the record
-  // whose values a file-name expression may use.
+  // Writes one complete data set; `transaction` (may be null) feeds file-name
+  // expressions.
   virtual void WriteDataSet(const Variant& data, Transaction* transaction) = 0;
   virtual std::string OutputId() = 0;
   virtual std::string EncodingMethod() = 0;

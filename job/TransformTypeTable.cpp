@@ -1,6 +1,7 @@
 #include "job/TransformTypeTable.h"
 
 #include "audit/HuntErr.h"
+#include "input/TransformRead.h"
 #include "job/ITransformController.h"
 #include "output/TransformWrite.h"
 
@@ -23,6 +24,7 @@ TransformTypeTable TransformTypeTable::Standard() {
       {102, "TransformControllerInterop"}, {103, "TransformTaskVbScript"}, {104, "TransformTaskProcess"},
       {6, ""}, {7, ""}, {9, ""}, {10, ""}};
   for (const auto& [type, name] : known) table.RegisterNotBuilt(type, name);
+  table.Register(1, "TransformRead", [] { return std::make_shared<TransformRead>(); });
   table.Register(2, "TransformWrite", [] { return std::make_shared<TransformWrite>(); });
   return table;
 }

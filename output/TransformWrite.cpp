@@ -69,8 +69,8 @@ void TransformWrite::CreateWriter(int16_t writeType) {
       return;
     }
     const std::string className = WriterClassName(writeType);
-    Check(className.empty(), kWriterNotBuilt, "Writer Type [%1] (%2) is not available in this version.",
-          {Variant::FromInteger(writeType), Variant(className)});
+    Check(className.empty(), kNotBuilt, "Transform [%1] failed as the Writer Type [%2] (%3) is not yet implemented.",
+          {Variant(transformId_), Variant::FromInteger(writeType), Variant(className)});
   } catch (...) {
     ErrorInRethrow("TransformWrite.CreateWriter(eWriter)", {Variant::FromInteger(writeType)});
   }
@@ -87,8 +87,9 @@ void TransformWrite::CreateOutputController(XMLWrapper& definitionWrapper) {
       controller_ = std::make_shared<FileIOController>();
     } else {
       const char* className = type == 2 ? "DBIOController" : type == 4 ? "HttpIOController" : nullptr;
-      Check(className == nullptr, kControllerNotBuilt, "Controller Type [%1] (%2) is not available in this version.",
-            {Variant(type), Variant(className == nullptr ? "" : className)});
+      Check(className == nullptr, kNotBuilt,
+            "Transform [%1] failed as the Input Stream Type [%2] (%3) is not yet implemented.",
+            {Variant(transformId_), Variant(type), Variant(className == nullptr ? "" : className)});
       // Any other type names no controller: the first use fails on it.
       ThrowRuntimeError(91);
     }

@@ -12,9 +12,9 @@
 // cache; the factory (and the data document) belong to the coordinator; the
 // event sink is borrowed for the run.
 //
-// Errors: 9003 a writer type that this engine does not have yet, 8510 the same
-// for a controller type; 91 for a writetype or controller type that names no
-// class at all; 9004 a commit record off the line of first child records.
+// Errors: 10503 a writer or controller type that this engine does not have
+// yet; 91 for a writetype or controller type that names no class at all; 9004
+// a commit record off the line of first child records.
 #pragma once
 
 #include <memory>
@@ -32,9 +32,9 @@ class WriteRecordCache;
 
 class TransformWrite : public ITransformController {
  public:
-  static constexpr int32_t kWriterNotBuilt = 9003;
+  // Writer and controller types named but not built in this engine.
+  static constexpr int32_t kNotBuilt = 10503;
   static constexpr int32_t kCommitRecordNotOnLine = 9004;
-  static constexpr int32_t kControllerNotBuilt = 8510;
 
   TransformWrite();
   ~TransformWrite() override;

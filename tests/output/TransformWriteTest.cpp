@@ -313,7 +313,7 @@ TEST_F(TransformWriteTest, CommitRecordOffTheLineOfFirstChildrenIsRefused) {
 TEST_F(TransformWriteTest, WriterAndControllerTypesThatDoNotExist) {
   options_["writetype"] = "5";
   Error notBuilt = WriteError();
-  EXPECT_EQ(9003, notBuilt.number());
+  EXPECT_EQ(10503, notBuilt.number());
   EXPECT_NE(std::string::npos, notBuilt.description().find("FixedLengthWriter")) << notBuilt.description();
 
   options_["writetype"] = "3";
@@ -323,7 +323,7 @@ TEST_F(TransformWriteTest, WriterAndControllerTypesThatDoNotExist) {
   options_["writetype"] = "1";
   streamType_ = "2";
   factory_.reset();
-  EXPECT_EQ(8510, WriteError().number());
+  EXPECT_EQ(10503, WriteError().number());
   streamType_ = "3";
   factory_.reset();
   EXPECT_EQ(91, WriteError().number());
