@@ -4,6 +4,7 @@
 #include "audit/IEvent.h"
 #include "core/RuntimeError.h"
 #include "input/FileIOController.h"
+#include "input/IHeirachicalDataIterator.h"
 #include "job/TransformDefinition.h"
 #include "output/CSVWriter.h"
 #include "output/WriteRecordCache.h"
@@ -64,13 +65,16 @@ void TransformWrite::CreateController(std::shared_ptr<tessel::TransformDefinitio
 void TransformWrite::CreateWriter(int16_t writeType) {
   try {
     writer_.reset();
+    writerTree_ = nullptr;
     if (writeType == 1) {
       writer_ = std::make_shared<CSVWriter>();
-      return;
+    } else {
+      const std::string className = WriterClassName(writeType);
+      Check(className.empty(), kNotBuilt,
+            "Transform [%1] failed as the Writer Type [%2] (%3) is not yet implemented.",
+            {Variant(transformId_), Variant::FromInteger(writeType), Variant(className)});
     }
-    const std::string className = WriterClassName(writeType);
-    Check(className.empty(), kNotBuilt, "Transform [%1] failed as the Writer Type [%2] (%3) is not yet implemented.",
-          {Variant(transformId_), Variant::FromInteger(writeType), Variant(className)});
+    writerTree_ = dynamic_cast<IHeirachicalDataIterator*>(writer_.get());
   } catch (...) {
     ErrorInRethrow("TransformWrite.CreateWriter(eWriter)", {Variant::FromInteger(writeType)});
   }
@@ -203,6 +207,7 @@ void TransformWrite::PerformTransform() {
           const std::string childId = definition_->RecordId(child);
           if (selector_->ChildCount(childId) > 0) {
             selector_->MoveChild(childId);
+            if (writerTree_) writerTree_->MoveChild(childId);
             PerformTransform();
           }
         }
@@ -210,7 +215,10 @@ void TransformWrite::PerformTransform() {
       if (recordId == commitTran_) writer_->Commit(transaction.get());
       if (l < count - 1) selector_->MoveNext();
     }
-    if (selector_->HasParent()) selector_->MoveParent();
+    if (selector_->HasParent()) {
+      selector_->MoveParent();
+      if (writerTree_) writerTree_->MoveParent();
+    }
   } catch (...) {
     ErrInsertTrace(BuildCheckMessage("Error whilst processing [%1] record [%2].||%3",
                                      {Variant(recordId), Variant(l + 1), Variant(ErrTraceFreeDescription())}));

@@ -26,6 +26,7 @@
 
 namespace tessel {
 
+class IHeirachicalDataIterator;
 class IInputOutputController;
 class IOutputWriter;
 class WriteRecordCache;
@@ -66,6 +67,9 @@ class TransformWrite : public ITransformController {
   std::shared_ptr<tessel::TransactionFactory> factory_;
   Ref<TransactionSelector> selector_;
   std::shared_ptr<IOutputWriter> writer_;
+  // The writer again, when it walks an output tree of its own in step with
+  // the records (it then follows every MoveChild and MoveParent).
+  IHeirachicalDataIterator* writerTree_ = nullptr;
   std::shared_ptr<IInputOutputController> controller_;
   std::shared_ptr<WriteRecordCache> cache_;
   IEvent* event_ = nullptr;
