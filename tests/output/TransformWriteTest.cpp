@@ -350,6 +350,24 @@ TEST_F(TransformWriteTest, FieldFailureNamesTheRecordAndKeepsNoFile) {
   EXPECT_TRUE(Files().empty());
 }
 
+TEST_F(TransformWriteTest, ChildRecordTypesFollowTheDefinitionOrder) {
+  records_ = std::string(kRecords) +
+             "<RECORD id=\"NOTE\" parentid=\"ORDER\" hashcode=\"5\"><FIELD name=\"TEXT\" type=\"3\" export=\"True\"/>"
+             "</RECORD>";
+  options_["quotestrings"] = "False";
+  Ref<Transaction> order = Order("1", 5);
+  // The note goes into the document before the lines.
+  Ref<TransactionContext> context = order->Context();
+  Ref<Transaction> note = Factory()->CreateTransaction("NOTE");
+  note->SetFieldValue("TEXT", Variant("remember"));
+  Factory()->AddTransaction(*note, *context);
+  Line(*order, "a", "1");
+  Line(*order, "b", "2");
+  Order("2", 6);
+  Write();
+  EXPECT_EQ("NUMBER,QTY\nITEM,PRICE\nTEXT\n1,5\na,1\nb,2\nremember\n2,6\n", File("orders.csv"));
+}
+
 TEST_F(TransformWriteTest, ManyRecordsStayInOrder) {
   options_["writeheaders"] = "False";
   options_["quotestrings"] = "False";

@@ -50,6 +50,31 @@ class WriteJobTest : public ::testing::Test {
     return number;
   }
 
+  // Inserts an INPUTSTREAM of the file controller into transform `id`.
+  static void AddStream(std::string& document, const std::string& id, const std::string& options) {
+    const size_t at = document.find("<TRANSFORM id=\"" + id + "\"");
+    document.insert(document.find("<TRANSFORMDETAIL>", at),
+                    "<INPUTSTREAM type=\"1\"><OPTIONS>" + options + "</OPTIONS></INPUTSTREAM>");
+  }
+
+  static std::string Option(const std::string& name, const std::string& value) {
+    return "<OPTION name=\"" + name + "\" value=\"" + value + "\"/>";
+  }
+
+  int32_t RunDocument(const std::string& document) {
+    env_.AddJob(jobId_, document);
+    int32_t number = 0;
+    TransformCoordinator coordinator;
+    std::unique_ptr<TesselSession> session = coordinator.CreateSession();
+    try {
+      coordinator.Initialise(session->InitialiseSession(jobId_, false, false, "client"));
+      coordinator.Process();
+    } catch (const Error& error) {
+      number = error.number();
+    }
+    return number;
+  }
+
   std::string Output(const std::string& name) {
     std::ifstream in(env_.Folder() / "out" / name, std::ios::binary);
     EXPECT_TRUE(in.good()) << name;
@@ -89,6 +114,34 @@ TEST_F(WriteJobTest, BadNewlineFailsTheJobWith9001) {
   EXPECT_EQ(9001, Run(1, options));
   EXPECT_NE(std::string::npos, Reasons().find("Line Delimiter Option [13] is invalid.")) << Reasons();
   EXPECT_TRUE(std::filesystem::is_empty(env_.Folder() / "out"));
+}
+
+TEST_F(WriteJobTest, FlatCsvReadIsWrittenBackWithQuotedStrings) {
+  namespace fs = std::filesystem;
+  jobId_ = env_.JobId("roundtrip");
+  fs::create_directories(env_.Folder() / "in");
+  fs::create_directories(env_.Folder() / "out");
+  const std::string input = "CODE,NAME\r\nA1,first one\r\nB2,\"quoted\"\r\nC3,\r\n";
+  std::ofstream(env_.Folder() / "in" / "data.csv", std::ios::binary) << input;
+
+  const std::string records =
+      "<RECORD id=\"ROW\" parentid=\"\" hashcode=\"1\">"
+      "<FIELD name=\"CODE\" type=\"3\" position=\"1\" export=\"True\"/>"
+      "<FIELD name=\"NAME\" type=\"3\" position=\"2\" export=\"True\"/></RECORD>";
+  TransformSpec read("R", "", 1, "", {{"readtype", "1"}, {"heircarchical", "0"}, {"delimiter", ","},
+                                      {"headerlength", "1"}});
+  read.records = records;
+  auto writeOptions = kCsv;
+  writeOptions["committran"] = "";
+  writeOptions["delimiter"] = ",";
+  TransformSpec write("W", "R", 2, "", writeOptions);
+  write.records = records;
+  std::string document = JobDocument(jobId_, {read, write});
+  AddStream(document, "R", Option("filedir", (env_.Folder() / "in").string()) + Option("filter", "*.csv"));
+  AddStream(document, "W", Option("filedir", (env_.Folder() / "out").string()) + Option("filter", "copy.csv") +
+                               Option("overwrite", "True"));
+  ASSERT_EQ(0, RunDocument(document)) << Reasons();
+  EXPECT_EQ("CODE,NAME\r\n\"A1\",\"first one\"\r\n\"B2\",\"quoted\"\r\n\"C3\",\"\"\r\n", Output("copy.csv"));
 }
 
 }  // namespace
