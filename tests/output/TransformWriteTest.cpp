@@ -165,7 +165,7 @@ TEST_F(TransformWriteTest, EveryLineDelimiterCode) {
       {"1", "\r\n"}, {"2", "\r"}, {"3", "\n"}, {"4", "\xC2\x85"}, {"5", "\f"}, {"6", "\xE2\x80\xA9"},
       {"7", "\xE2\x80\xA8"}, {" 3 ", "\n"}, {"3.0", "\n"}};
   for (const auto& [code, delimiter] : codes) EXPECT_EQ(delimiter, CSVWriter::GetLineDelimiter(code)) << code;
-  for (const char* bad : {"0", "8", "1.5", "x", "", "-1"}) {
+  for (const char* bad : {"0", "8", "1.5", "x", "", "-1", "0x3", "inf"}) {
     Error error = CatchError([&] { CSVWriter::GetLineDelimiter(bad); });
     EXPECT_EQ(9001, error.number()) << bad;
     EXPECT_NE(std::string::npos, error.description().find("Line Delimiter Option [" + std::string(bad) + "] is invalid."))
