@@ -13,6 +13,12 @@
 
 namespace tessel {
 
+namespace {
+constexpr std::string_view kCommitRecordNotOnLineText =
+    "Commit record [%1] of transform [%2] is not the only record type on the line of first child records from the "
+    "top record, so it cannot delimit output files. Commit on the top record.";
+}  // namespace
+
 TransformWrite::TransformWrite() = default;
 TransformWrite::~TransformWrite() = default;
 
@@ -129,15 +135,13 @@ void TransformWrite::CreateWriteCache() {
       const std::vector<xmlNodePtr> nodes = definition_->RecordDescendents(current);
       const bool endless = nodes.empty() || (definition_->RecordId(nodes.front()) == commitTran_ && nodes.size() != 1);
       Check(!endless, kCommitRecordNotOnLine,
-            "Commit record [%1] of transform [%2] is not the only record type on the line of first child records "
-            "from the top record, so it cannot delimit output files. Commit on the top record.",
+            kCommitRecordNotOnLineText,
             {Variant(commitTran_), Variant(transformId_)});
       current = definition_->RecordId(nodes.front());
       if (current == commitTran_) break;
       auto item = std::make_shared<WriteRecordcacheItem>(current);
       Check(cache->Items().count(current) == 0, kCommitRecordNotOnLine,
-            "Commit record [%1] of transform [%2] is not the only record type on the line of first child records "
-            "from the top record, so it cannot delimit output files. Commit on the top record.",
+            kCommitRecordNotOnLineText,
             {Variant(commitTran_), Variant(transformId_)});
       if (previous) previous->SetNextItem(item);
       cache->AddCacheItem(current, item);
