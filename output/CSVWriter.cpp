@@ -40,7 +40,9 @@ std::string CSVWriter::GetLineDelimiter(std::string_view code) {
     const std::string text(Trim(code));
     char* end = nullptr;
     const double value = text.empty() ? 0 : std::strtod(text.c_str(), &end);
-    const bool numeric = !text.empty() && end == text.c_str() + text.size();
+    // Only decimal text counts as numeric: no hex, infinities or NaN.
+    const bool numeric = !text.empty() && end == text.c_str() + text.size() &&
+                         text.find_first_of("xXiInN") == std::string::npos;
     std::string result;
     if (numeric) {
       if (value == 1) result = "\r\n";

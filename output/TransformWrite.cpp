@@ -4,6 +4,7 @@
 #include "audit/IEvent.h"
 #include "core/RuntimeError.h"
 #include "input/FileIOController.h"
+#include "input/IHeirachicalDataIterator.h"
 #include "job/TransformDefinition.h"
 #include "output/CSVWriter.h"
 #include "output/WriteRecordCache.h"
@@ -11,6 +12,12 @@
 #include "store/TransactionFactory.h"
 
 namespace tessel {
+
+namespace {
+constexpr std::string_view kCommitRecordNotOnLineText =
+    "Commit record [%1] of transform [%2] is not the only record type on the line of first child records from the "
+    "top record, so it cannot delimit output files. Commit on the top record.";
+}  // namespace
 
 TransformWrite::TransformWrite() = default;
 TransformWrite::~TransformWrite() = default;
@@ -64,13 +71,16 @@ void TransformWrite::CreateController(std::shared_ptr<tessel::TransformDefinitio
 void TransformWrite::CreateWriter(int16_t writeType) {
   try {
     writer_.reset();
+    writerTree_ = nullptr;
     if (writeType == 1) {
       writer_ = std::make_shared<CSVWriter>();
-      return;
+    } else {
+      const std::string className = WriterClassName(writeType);
+      Check(className.empty(), kNotBuilt,
+            "Transform [%1] failed as the Writer Type [%2] (%3) is not yet implemented.",
+            {Variant(transformId_), Variant::FromInteger(writeType), Variant(className)});
     }
-    const std::string className = WriterClassName(writeType);
-    Check(className.empty(), kWriterNotBuilt, "Writer Type [%1] (%2) is not available in this version.",
-          {Variant::FromInteger(writeType), Variant(className)});
+    writerTree_ = dynamic_cast<IHeirachicalDataIterator*>(writer_.get());
   } catch (...) {
     ErrorInRethrow("TransformWrite.CreateWriter(eWriter)", {Variant::FromInteger(writeType)});
   }
@@ -87,8 +97,9 @@ void TransformWrite::CreateOutputController(XMLWrapper& definitionWrapper) {
       controller_ = std::make_shared<FileIOController>();
     } else {
       const char* className = type == 2 ? "DBIOController" : type == 4 ? "HttpIOController" : nullptr;
-      Check(className == nullptr, kControllerNotBuilt, "Controller Type [%1] (%2) is not available in this version.",
-            {Variant(type), Variant(className == nullptr ? "" : className)});
+      Check(className == nullptr, kNotBuilt,
+            "Transform [%1] failed as the Input Stream Type [%2] (%3) is not yet implemented.",
+            {Variant(transformId_), Variant(type), Variant(className == nullptr ? "" : className)});
       // Any other type names no controller: the first use fails on it.
       ThrowRuntimeError(91);
     }
@@ -124,15 +135,13 @@ void TransformWrite::CreateWriteCache() {
       const std::vector<xmlNodePtr> nodes = definition_->RecordDescendents(current);
       const bool endless = nodes.empty() || (definition_->RecordId(nodes.front()) == commitTran_ && nodes.size() != 1);
       Check(!endless, kCommitRecordNotOnLine,
-            "Commit record [%1] is not the only child record on the line of first child records from the top "
-            "record, so it cannot delimit the output files of transform [%2].",
+            kCommitRecordNotOnLineText,
             {Variant(commitTran_), Variant(transformId_)});
       current = definition_->RecordId(nodes.front());
       if (current == commitTran_) break;
       auto item = std::make_shared<WriteRecordcacheItem>(current);
       Check(cache->Items().count(current) == 0, kCommitRecordNotOnLine,
-            "Commit record [%1] is not the only child record on the line of first child records from the top "
-            "record, so it cannot delimit the output files of transform [%2].",
+            kCommitRecordNotOnLineText,
             {Variant(commitTran_), Variant(transformId_)});
       if (previous) previous->SetNextItem(item);
       cache->AddCacheItem(current, item);
@@ -202,6 +211,7 @@ void TransformWrite::PerformTransform() {
           const std::string childId = definition_->RecordId(child);
           if (selector_->ChildCount(childId) > 0) {
             selector_->MoveChild(childId);
+            if (writerTree_) writerTree_->MoveChild(childId);
             PerformTransform();
           }
         }
@@ -209,7 +219,10 @@ void TransformWrite::PerformTransform() {
       if (recordId == commitTran_) writer_->Commit(transaction.get());
       if (l < count - 1) selector_->MoveNext();
     }
-    if (selector_->HasParent()) selector_->MoveParent();
+    if (selector_->HasParent()) {
+      selector_->MoveParent();
+      if (writerTree_) writerTree_->MoveParent();
+    }
   } catch (...) {
     ErrInsertTrace(BuildCheckMessage("Error whilst processing [%1] record [%2].||%3",
                                      {Variant(recordId), Variant(l + 1), Variant(ErrTraceFreeDescription())}));

@@ -12,9 +12,9 @@
 // cache; the factory (and the data document) belong to the coordinator; the
 // event sink is borrowed for the run.
 //
-// Errors: 9003 a writer type that this engine does not have yet, 8510 the same
-// for a controller type; 91 for a writetype or controller type that names no
-// class at all; 9004 a commit record off the line of first child records.
+// Errors: 10503 a writer or controller type that this engine does not have
+// yet; 91 for a writetype or controller type that names no class at all; 9004
+// a commit record off the line of first child records.
 #pragma once
 
 #include <memory>
@@ -26,15 +26,16 @@
 
 namespace tessel {
 
+class IHeirachicalDataIterator;
 class IInputOutputController;
 class IOutputWriter;
 class WriteRecordCache;
 
 class TransformWrite : public ITransformController {
  public:
-  static constexpr int32_t kWriterNotBuilt = 9003;
+  // Writer and controller types named but not built in this engine.
+  static constexpr int32_t kNotBuilt = 10503;
   static constexpr int32_t kCommitRecordNotOnLine = 9004;
-  static constexpr int32_t kControllerNotBuilt = 8510;
 
   TransformWrite();
   ~TransformWrite() override;
@@ -66,6 +67,9 @@ class TransformWrite : public ITransformController {
   std::shared_ptr<tessel::TransactionFactory> factory_;
   Ref<TransactionSelector> selector_;
   std::shared_ptr<IOutputWriter> writer_;
+  // The writer again, when it walks an output tree of its own in step with
+  // the records (it then follows every MoveChild and MoveParent).
+  IHeirachicalDataIterator* writerTree_ = nullptr;
   std::shared_ptr<IInputOutputController> controller_;
   std::shared_ptr<WriteRecordCache> cache_;
   IEvent* event_ = nullptr;
