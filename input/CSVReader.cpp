@@ -140,7 +140,11 @@ bool CSVReader::EOF_() {
 int32_t CSVReader::Position(xmlNodePtr fieldNode) {
   auto found = positions_.find(fieldNode);
   if (found != positions_.end()) return found->second;
-  const std::string text = definition_->TransformDefinitionXWrapper()->GetAttributeFromNode(fieldNode, "position");
+  if (fieldNode == nullptr) ThrowRuntimeError(91);
+  xmlChar* value = xmlGetProp(fieldNode, reinterpret_cast<const xmlChar*>("position"));
+  Check(value != nullptr, 7701, "No matching attribute [%1] could be found in the node.", Variant("position"));
+  const std::string text(reinterpret_cast<const char*>(value));
+  xmlFree(value);
   const int32_t position = Variant(text).ToLong();
   positions_.emplace(fieldNode, position);
   return position;

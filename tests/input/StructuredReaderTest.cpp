@@ -154,6 +154,16 @@ TEST_F(ReadTest, UnknownRecordTypeEndsTheRead) {
   EXPECT_EQ(1u, run.Data().GetNodesFromXPath("//RECORDS[@id='H']/RECORD").size());
 }
 
+TEST_F(ReadTest, BadFieldPositionsFail) {
+  Write("a.csv", "1,2,3\n");
+  std::string missing = kFlatRecords;
+  missing.replace(missing.find(" position=\"2\""), 13, "");
+  EXPECT_EQ(7701, ReadRun(Xml("a.csv", {}, missing)).error);
+  std::string text = kFlatRecords;
+  text.replace(text.find("position=\"2\""), 12, "position=\"x\"");
+  EXPECT_EQ(13, ReadRun(Xml("a.csv", {}, text)).error);
+}
+
 TEST_F(ReadTest, ChildWithoutParentInTheDocumentFails) {
   Write("a.csv", "H,1\nL,7,x,1\n");
   ReadRun run(Xml("a.csv", Hierarchical(), kOrderRecords));
