@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/BenchClock.h"
 #include "job/TransformDefinition.h"
 #include "store/Transaction.h"
 #include "store/TransactionContext.h"
@@ -24,27 +25,12 @@
 #include "store/XMLWrapper.h"
 
 using namespace tessel;
+using tessel::bench::CpuSeconds;
+using tessel::bench::PeakResidentBytes;
 
 namespace {
 
 constexpr int kFields = 10;
-
-// CPU time of the process: the machine is shared, so wall time alone would
-// measure the neighbours as well.
-double CpuSeconds() {
-  timespec t{};
-  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
-  return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_nsec) * 1e-9;
-}
-
-long PeakResidentBytes() {
-  std::ifstream status("/proc/self/status");
-  std::string line;
-  while (std::getline(status, line)) {
-    if (line.rfind("VmHWM:", 0) == 0) return std::stol(line.substr(6)) * 1024;
-  }
-  return 0;
-}
 
 std::shared_ptr<TransformDefinition> Definition() {
   std::string xml = "<TRANSFORM id=\"B\"><TRANSFORMDETAIL><RECORDS><RECORD id=\"ROW\" parentid=\"\">";

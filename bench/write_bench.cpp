@@ -18,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/BenchClock.h"
 #include "audit/AuditLogger.h"
 #include "job/TransformDefinition.h"
 #include "output/TransformWrite.h"
@@ -27,25 +28,12 @@
 #include "store/XMLWrapper.h"
 
 using namespace tessel;
+using tessel::bench::CpuSeconds;
+using tessel::bench::PeakResidentBytes;
 
 namespace {
 
 constexpr int kFields = 10;
-
-double CpuSeconds() {
-  timespec t{};
-  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
-  return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_nsec) * 1e-9;
-}
-
-long PeakResidentBytes() {
-  std::ifstream status("/proc/self/status");
-  std::string line;
-  while (std::getline(status, line)) {
-    if (line.rfind("VmHWM:", 0) == 0) return std::stol(line.substr(6)) * 1024;
-  }
-  return 0;
-}
 
 std::shared_ptr<TransformDefinition> Definition(const std::string& folder) {
   std::string xml =
