@@ -152,7 +152,12 @@ xmlNodePtr DataNodes::FirstChildElement(xmlNodePtr parent, std::string_view name
 xmlNodePtr DataNodes::ChildWithAttribute(xmlNodePtr parent, std::string_view name, const char* attribute,
                                          std::string_view value) {
   if (parent == nullptr) return nullptr;
-  for (xmlNodePtr c = parent->children; c != nullptr; c = c->next) {
+  return SiblingWithAttribute(parent->children, name, attribute, value);
+}
+
+xmlNodePtr DataNodes::SiblingWithAttribute(xmlNodePtr first, std::string_view name, const char* attribute,
+                                           std::string_view value) {
+  for (xmlNodePtr c = first; c != nullptr; c = c->next) {
     if (!IsElement(c, name)) continue;
     xmlAttrPtr a = FindAttribute(c, attribute);
     if (a != nullptr && AttributeEquals(a, value)) return c;

@@ -41,6 +41,9 @@ class DataNodes {
   // `value`: the step NAME[@attribute='value'].
   static xmlNodePtr ChildWithAttribute(xmlNodePtr parent, std::string_view name, const char* attribute,
                                        std::string_view value);
+  // The same among `first` and its following siblings only.
+  static xmlNodePtr SiblingWithAttribute(xmlNodePtr first, std::string_view name, const char* attribute,
+                                         std::string_view value);
   static bool IsElement(xmlNodePtr node, std::string_view name);
   // The string value of a node is not empty: the test [.!=''].
   static bool HasText(xmlNodePtr node);

@@ -107,6 +107,7 @@ void Transaction::SetFieldMetaDataDictionary(std::shared_ptr<const FieldDictiona
 void Transaction::SetData(xmlNodePtr node) {
   try {
     data_ = node;
+    lastField_ = nullptr;
     if (data_ == nullptr) return;
     xmlAttrPtr stamp = DataNodes::FindAttribute(data_, "timestamp");
     if (stamp == nullptr || DataNodes::AttributeValue(stamp).empty()) SetTimeStamp();
@@ -352,7 +353,16 @@ const FieldMetaData& Transaction::Meta(std::string_view fieldName) {
 
 xmlNodePtr Transaction::GetField(std::string_view fieldName) {
   RequireData();
-  xmlNodePtr field = DataNodes::ChildWithAttribute(data_, "FIELD", "name", fieldName);
+  // Readers and writers visit a record's fields in definition order, so the
+  // search starts behind the field found last and wraps round. Field names
+  // are unique within a record, so the answer is the one a search from the
+  // first field gives.
+  xmlNodePtr field = nullptr;
+  if (lastField_ != nullptr && lastField_->parent == data_) {
+    field = DataNodes::SiblingWithAttribute(lastField_->next, "FIELD", "name", fieldName);
+  }
+  if (field == nullptr) field = DataNodes::ChildWithAttribute(data_, "FIELD", "name", fieldName);
+  if (field != nullptr) lastField_ = field;
   if (field == nullptr) CheckFieldExists(fieldName);
   return field;
 }

@@ -150,6 +150,7 @@ class Transaction : public Object {
 
   xmlNodePtr metaData_ = nullptr;
   xmlNodePtr data_ = nullptr;
+  xmlNodePtr lastField_ = nullptr;  // where the next field search starts; a FIELD of data_
   Ref<XMLWrapper> wrapper_;
   Ref<XMLWrapper> ownDocument_;
   std::weak_ptr<TransactionFactory> factory_;
