@@ -16,7 +16,7 @@
 #include <string>
 #include <vector>
 
-#include "bench/BenchClock.h"
+#include "bench/BenchSupport.h"
 #include "job/TransformDefinition.h"
 #include "store/Transaction.h"
 #include "store/TransactionContext.h"
@@ -98,19 +98,5 @@ void Run(long records) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::vector<long> sizes;
-  for (int i = 1; i < argc; ++i) sizes.push_back(std::atol(argv[i]));
-  if (sizes.empty()) sizes = {100000, 1000000};
-  int status = 0;
-  for (long n : sizes) {
-    pid_t child = fork();
-    if (child == 0) {
-      Run(n);
-      std::_Exit(0);
-    }
-    int childStatus = 0;
-    waitpid(child, &childStatus, 0);
-    if (!WIFEXITED(childStatus) || WEXITSTATUS(childStatus) != 0) status = 1;
-  }
-  return status;
+  return tessel::bench::RunSizesInOwnProcesses(argc, argv, {100000, 1000000}, Run);
 }
