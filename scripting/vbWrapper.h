@@ -1,0 +1,97 @@
+// vbWrapper: the one gateway from a job to the VBScript engine.
+//
+// Every expression a job author writes (map formula, filter condition, counter
+// key, file-name expression, task script) goes through Evaluate: `%` field
+// references are replaced by literal values of the current record, multi-line
+// code is wrapped into a function named after the field, and the text is
+// evaluated. The rules of the substitution scan (which characters end a bare
+// name, which characters behind a reference are skipped, when quotes are added)
+// are a contract with existing job documents and are kept exactly, quirks
+// included.
+//
+// Initialize creates the engine, loads functionh.xml from the job
+// configuration folder into it and publishes the Functions library as
+// "objFunctions" with its members as bare names. One wrapper serves one
+// transform on one thread; two wrappers share nothing. The wrapper owns its
+// engine and its Functions object; the IEvent it is given is borrowed and must
+// outlive it. CloseWrapper (or destruction) releases the engine.
+//
+// Errors: Evaluate raises the failure with the description "Error whilst
+// evaluating field [...] on transaction type [...]. ..." holding the resolved
+// text and the engine's message with line and column; substitution failures
+// read "Error resolving formula. ...". An unknown field is 8103, an unclosed
+// `%[` 9651.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "core/Object.h"
+#include "core/Variant.h"
+
+namespace tessel {
+
+namespace vbs {
+class Engine;
+}
+
+class FileSystemWrapper;
+class Functions;
+class IEvent;
+class Transaction;
+
+class vbWrapper {
+ public:
+  static constexpr int32_t kUnenclosedFieldName = 9651;
+
+  vbWrapper();
+  ~vbWrapper();
+  vbWrapper(const vbWrapper&) = delete;
+  vbWrapper& operator=(const vbWrapper&) = delete;
+
+  // Must be the first call. `event` may be null.
+  void Initialize(const std::string& transformId, bool verboseLog, IEvent* event, int32_t timeOutSeconds);
+
+  // Substitutes, wraps multi-line code (named after `field`) and evaluates.
+  // `forceEval` is accepted and has no effect.
+  Variant Evaluate(const std::string& evaluation, Transaction* transaction, const std::string& field,
+                   bool forceEval = false);
+  // Evaluates the expression as it stands: no substitution.
+  Variant SimpleEvaluate(const Variant& expression);
+  // Substitution only.
+  std::string ResolveSubstitutions(const std::string& evaluation, Transaction* transaction);
+
+  bool CodeNeedsWrapper(std::string_view functionBody) const;
+  // Wraps `code` into a function and adds it to the engine. Blanks in
+  // `functionName` become `_`; the caller gets the changed name back.
+  void AddCode(std::string& functionName, const std::string& code);
+  std::string CreateCodeWrapper(const std::string& functionName, const std::string& functionBody) const;
+  // Publishes a host object to scripts.
+  void ExposeDataObjects(const std::string& name, Ref<Object> object, bool addMembers);
+  // Releases the engine and the Functions object; never raises.
+  void CloseWrapper();
+
+  const std::string& TransformId() const { return transformId_; }
+  // The library object scripts see as objFunctions; null after CloseWrapper.
+  Functions* FunctionLibrary() const;
+  IEvent* Event() const { return event_; }
+
+ private:
+  void LoadFunctions();
+  void AddCodeToEngine(const std::string& code);
+  void WriteVerboseLog(const std::string& text);
+
+  std::string transformId_;
+  Ref<Functions> functions_;
+  std::vector<std::string> terminators_;
+  bool verboseLog_ = false;
+  std::unique_ptr<FileSystemWrapper> logFileSystem_;
+  std::string logHandle_;
+  IEvent* event_ = nullptr;
+  std::unique_ptr<vbs::Engine> engine_;
+};
+
+}  // namespace tessel
