@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "services/FileSystemWrapper.h"
+#include "store/XMLWrapper.h"
 #include "store/Transaction.h"
 
 namespace tessel {

@@ -1015,12 +1015,17 @@ Variant Machine::InvokeObject(Object& object, DispId id, InvokeKind kind, const 
     argv = heap.data();
   }
   Variant* refs[6] = {};
+  std::vector<ElementArgument> elements;
+  struct WriteBack {
+    std::vector<ElementArgument>& elements;
+    ~WriteBack() { WriteBackElements(elements); }
+  } writeBack{elements};
   for (size_t i = 0; i < args.size(); ++i) {
     Variant* r = ArgumentRef(*args[i], f);
     if (r) {
       argv[i] = *r;
       if (i < 6) refs[i] = r;
-    } else {
+    } else if (!BindElementArgument(*args[i], f, argv[i], elements)) {
       argv[i] = Eval(*args[i], f);
     }
   }
@@ -1272,6 +1277,45 @@ Variant* Machine::ElementRef(Variant& array, const ExprList& args, Frame& f) {
   return &Writable(array).At(std::span<const int32_t>(idx, args.size()));
 }
 
+bool Machine::BindElementArgument(const Expr& e, Frame& f, Variant& slot, std::vector<ElementArgument>& out) {
+  if (e.kind != ExprKind::Name) return false;
+  auto& n = const_cast<NameExpr&>(static_cast<const NameExpr&>(e));
+  if (n.args.empty()) return false;
+  if (n.scope == NameScope::Dynamic) {
+    GlobalEntry* g = Resolve(n);
+    if (!g && n.implicitSlot < 0) return false;
+    if (g && g->kind != GlobalEntry::Variable) return false;
+  }
+  if (n.scope == NameScope::ClassMember && !f.me) return false;
+  Variant* var = VariableRef(n, f);
+  if (!var || !var->IsArray()) return false;
+  ElementArgument element{var, {}, &slot};
+  element.indexes.reserve(n.args.size());
+  for (const auto& arg : n.args) element.indexes.push_back(IndexValue(Eval(*arg, f)));
+  slot = var->ArrayValue().At(element.indexes);
+  out.push_back(std::move(element));
+  return true;
+}
+
+void Machine::WriteBackElements(std::vector<ElementArgument>& elements) noexcept {
+  for (auto& element : elements) {
+    try {
+      if (!element.variable->IsArray()) continue;
+      const SafeArray& current = element.variable->ArrayValue();
+      if (current.Dimensions() != element.indexes.size()) continue;
+      bool inRange = true;
+      for (size_t d = 0; d < element.indexes.size(); ++d) {
+        const int dim = static_cast<int>(d) + 1;
+        inRange = inRange && element.indexes[d] >= current.LowerBound(dim) &&
+                  element.indexes[d] <= current.UpperBound(dim);
+      }
+      if (inRange) Writable(*element.variable).At(element.indexes) = std::move(*element.value);
+    } catch (...) {
+      // The array changed shape under the call: the value has nowhere to go.
+    }
+  }
+}
+
 Variant* Machine::StorageRef(const Expr& e, Frame& f) {
   if (e.kind == ExprKind::Name) {
     auto& n = const_cast<NameExpr&>(static_cast<const NameExpr&>(e));
@@ -1422,6 +1466,11 @@ Variant Machine::CallProc(const FunctionProto& p, ScriptObject* me, const ExprLi
   }
   EnterCall();
   SlotBuffer buffer(p.slotCount);
+  std::vector<ElementArgument> elements;
+  struct WriteBack {
+    std::vector<ElementArgument>& elements;
+    ~WriteBack() { WriteBackElements(elements); }
+  } writeBack{elements};
   const size_t count = p.params.size() - (letValue ? 1 : 0);
   for (size_t i = 0; i < count && i < given; ++i) {
     if (args) {
@@ -1432,6 +1481,7 @@ Variant Machine::CallProc(const FunctionProto& p, ScriptObject* me, const ExprLi
           buffer.refs[i] = r;
           continue;
         }
+        if (BindElementArgument(a, *caller, buffer.slots[i], elements)) continue;
       }
       buffer.slots[i] = Eval(a, *caller);
       UnfixCopy(buffer.slots[i]);

@@ -154,6 +154,19 @@ class Machine {
   // Storage an argument can be passed ByRef through; null for values.
   Variant* ArgumentRef(const Expr& e, Frame& f);
   Variant* ElementRef(Variant& array, const ExprList& args, Frame& f);
+  // An array element passed to a ByRef parameter travels as a copy in the
+  // call's slot and goes back into the element when the call ends, even when
+  // it ends by an error. A pointer into the array could dangle once the
+  // callee ReDims, Erases or reassigns it; the copy cannot.
+  struct ElementArgument {
+    Variant* variable;
+    std::vector<int32_t> indexes;
+    Variant* value;
+  };
+  // True when `e` names an element of an array variable: its value is now in
+  // `slot` and the way back is appended to `out`.
+  bool BindElementArgument(const Expr& e, Frame& f, Variant& slot, std::vector<ElementArgument>& out);
+  static void WriteBackElements(std::vector<ElementArgument>& elements) noexcept;
   // The procedure-call frame `f` runs in (itself, or the one an Execute/Eval
   // runs inside); null at global scope.
   static Frame* ProcedureFrame(Frame& f);

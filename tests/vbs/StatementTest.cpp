@@ -105,9 +105,38 @@ TEST(VbsStatement, ProceduresPassByRefAndByVal) {
   EXPECT_EQ(Typed(e, "b"), "Integer:1");
   EXPECT_EQ(Typed(e, "c"), "Integer:20");
   EXPECT_EQ(Typed(e, "p"), "Integer:5");
-  EXPECT_EQ(Typed(e, "arr(0)"), "Integer:1");
+  EXPECT_EQ(Typed(e, "arr(0)"), "Integer:2");
   EXPECT_EQ(Typed(e, "bx.V"), "Integer:1");
   EXPECT_EQ(Typed(e, "q"), "Integer:2");
+}
+
+TEST(VbsStatement, ArrayElementsPassByRefAndSurviveChangesToTheirArray) {
+  Engine e;
+  e.AddCode(
+      "Dim m(1, 1), h\nReDim g(2)\n"
+      "Sub SetTo(x, v) : x = v : End Sub\n"
+      "Sub Shrink(x) : ReDim g(0) : x = 99 : End Sub\n"
+      "Sub Drop(x) : g = Empty : x = 98 : End Sub\n"
+      "Sub Fail(x) : x = 7 : Err.Raise 5 : End Sub\n"
+      "Sub Both(x, y) : x = 1 : y = 2 : End Sub\n"
+      "SetTo m(1, 0), \"two-d\"\n"
+      "h = Array(0, 0) : Both h(0), h(1)");
+  EXPECT_EQ(Typed(e, "m(1, 0)"), "String:two-d");
+  EXPECT_EQ(Typed(e, "h(0) & h(1)"), "String:12");
+  e.AddCode("ReDim g(2) : SetTo g(ReDimCount()), 5\nFunction ReDimCount() : ReDimCount = 1 : End Function");
+  EXPECT_EQ(Typed(e, "g(1)"), "Integer:5");
+  // The array shrinks or goes away inside the call: the value is dropped,
+  // nothing else is touched.
+  e.AddCode("ReDim g(2) : Shrink g(2)");
+  EXPECT_EQ(Typed(e, "UBound(g)"), "Long:0");
+  e.AddCode("ReDim g(2) : Drop g(1)");
+  EXPECT_EQ(Typed(e, "IsEmpty(g)"), "Boolean:True");
+  // A call that fails still hands its assignment back.
+  e.AddCode("ReDim g(2)\nOn Error Resume Next\nFail g(0)\nOn Error GoTo 0");
+  EXPECT_EQ(Typed(e, "g(0)"), "Integer:7");
+  // Parentheses around the argument pass a value, as for a variable.
+  e.AddCode("ReDim g(2) : g(0) = 1 : SetTo (g(0)), 9");
+  EXPECT_EQ(Typed(e, "g(0)"), "Integer:1");
 }
 
 TEST(VbsStatement, FunctionsReturnValuesAndExitEarly) {
