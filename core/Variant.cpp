@@ -245,8 +245,17 @@ std::string Variant::TypeName() const {
 Variant Variant::Dereference() const {
   if (type_ != VarType::Object) return *this;
   if (!u_.obj) ThrowRuntimeError(91);
+  // A default member may hand out another object, whose default is followed
+  // in turn. A chain that never reaches a value (an object returning itself)
+  // ends with 438 instead of running for ever.
+  constexpr int kMaxDefaultChain = 64;
   Variant v = u_.obj->Invoke(kDispIdDefault, InvokeKind::PropertyGet, {});
-  if (v.type_ == VarType::Object) ThrowRuntimeError(438);  // guards against cycles
+  for (int depth = 0; v.type_ == VarType::Object; ++depth) {
+    if (!v.u_.obj) ThrowRuntimeError(91);
+    if (depth == kMaxDefaultChain) ThrowRuntimeError(438);
+    Variant next = v.u_.obj->Invoke(kDispIdDefault, InvokeKind::PropertyGet, {});
+    v = std::move(next);
+  }
   return v;
 }
 

@@ -65,6 +65,18 @@ TEST(VbsClass, DefaultMembers) {
   EXPECT_EQ(Typed(e, "l.Item(1)"), "String:one");
   EXPECT_EQ(Typed(e, "n & \"!\""), "String:named!");
   EXPECT_EQ(Typed(e, "UCase(n)"), "String:NAMED");
+  // A default member that hands out an object: its default is followed.
+  e.AddCode(
+      "Class Outer\n"
+      "  Public Default Property Get Inner() : Set Inner = n : End Property\n"
+      "End Class\n"
+      "Class Mirror\n"
+      "  Public Default Property Get Self() : Set Self = Me : End Property\n"
+      "End Class\n"
+      "Dim o : Set o = New Outer\n"
+      "Dim lp : Set lp = New Mirror");
+  EXPECT_EQ(Typed(e, "o & \"?\""), "String:named?");
+  EXPECT_EQ(ErrorOf(e, "Dim s : s = lp & \"\""), 438);
 }
 
 TEST(VbsClass, InitializeAndTerminateRunInOrder) {
