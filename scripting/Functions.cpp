@@ -16,6 +16,7 @@
 #include "scripting/vbs/FormatValue.h"
 #include "services/FileSystemWrapper.h"
 #include "services/PasswordCipher.h"
+#include "store/FieldMetaData.h"
 #include "store/Transaction.h"
 #include "store/TransactionContext.h"
 #include "store/TransactionFactory.h"
@@ -25,10 +26,6 @@
 namespace tessel {
 namespace {
 
-constexpr int16_t kFieldBoolean = 0;
-constexpr int16_t kFieldLong = 1;
-constexpr int16_t kFieldDecimal = 2;
-constexpr int16_t kFieldBinary = 5;
 constexpr std::string_view kCurrentRecord = ".";
 constexpr int64_t kSecondsPerDay = 86400;
 
@@ -43,10 +40,19 @@ void CheckNotBinary(tessel::Transaction& record, const std::string& field, std::
         {Variant(std::string(function))});
 }
 
-void CheckSummable(tessel::Transaction& record, const std::string& field) {
+// The field's type, once it is known to be summable.
+int16_t CheckSummable(tessel::Transaction& record, const std::string& field) {
   const int16_t type = record.GetType(field);
   Check(type == kFieldDecimal || type == kFieldLong || type == kFieldBoolean, Functions::kSumNotNumeric,
         "Function Sum can only accept types Decimal, Integer or Boolean fields.");
+  return type;
+}
+
+// A value of a summable field as a number; Boolean text ("True") counts as
+// the language's True, -1.
+double SumTerm(const Variant& value, int16_t type) {
+  if (type == kFieldBoolean && value.IsString()) return value.ToBool() ? -1.0 : 0.0;
+  return value.ToDouble();
 }
 
 // The script language's DateSerial: 16-bit arguments, two-digit years in
@@ -486,21 +492,22 @@ double Functions::Sum(const std::string& field, const std::string& tranId) {
     double total = 0;
     if (tranId == kCurrentRecord) {
       tessel::Transaction& record = Current();
-      CheckSummable(record, name);
+      const int16_t type = CheckSummable(record, name);
       Variant value = record.GetFieldValues(name, 0);
       if (value.IsArray()) {
-        for (const Variant& item : value.ArrayValue().Elements()) total += item.ToDouble();
+        for (const Variant& item : value.ArrayValue().Elements()) total += SumTerm(item, type);
       } else {
-        total = value.ToDouble();
+        total = SumTerm(value, type);
       }
       return total;
     }
     Ref<TransactionSelector> scope = OpenScope(DeReference(tranId));
+    int16_t type = kFieldDecimal;
     for (bool first = true; !scope->EOF_(); scope->MoveNext(), first = false) {
       Ref<tessel::Transaction> record = scope->Item();
-      if (first) CheckSummable(*record, name);
+      if (first) type = CheckSummable(*record, name);
       // A record with several values fails here: an array is no number.
-      total += record->GetFieldValues(name, 0).ToDouble();
+      total += SumTerm(record->GetFieldValues(name, 0), type);
     }
     return total;
   } catch (...) {

@@ -12,13 +12,17 @@
 
 #include "core/DateTime.h"
 #include "core/Error.h"
+#include "job/AppConfig.h"
+#include "job/TesselSession.h"
 #include "job/TransformDefinition.h"
 #include "scripting/vbs/Dictionary.h"
 #include "scripting/vbs/Engine.h"
+#include "services/PasswordCipher.h"
 #include "store/Transaction.h"
 #include "store/TransactionContext.h"
 #include "store/TransactionFactory.h"
 #include "store/XMLWrapper.h"
+#include "tests/support/JobEnvironment.h"
 #include "tests/support/TempDir.h"
 
 namespace tessel {
@@ -43,6 +47,7 @@ const char* kDefinition =
     "<FIELD name=\"MULTI\" type=\"1\" allowmultiplevals=\"True\"/>"
     "<FIELD name=\"BLOB\" type=\"5\"/>"
     "<FIELD name=\"PUSHED\" type=\"3\"/>"
+    "<FIELD name=\"DONE\" type=\"0\"/>"
     "</RECORD>"
     "<RECORD id=\"DETAIL\" parentid=\"LINE\" hashcode=\"3\">"
     "<FIELD name=\"TEXT\" type=\"3\"/>"
@@ -180,6 +185,29 @@ TEST_F(FunctionsTest, EncryptStringNeedsTheKeyOfASession) {
   EXPECT_EQ(e.description().find("secret"), std::string::npos) << "the password must stay out of the trace";
 }
 
+TEST_F(FunctionsTest, EncryptStringUsesTheKeyOfTheSessionConfiguration) {
+  test::JobEnvironment env;
+  const std::string keyFile = (env.Folder() / "cipher.key").string();
+  PasswordCipher::CreateKeyFile(keyFile);
+  AppConfig::Write(env.Folder().string(), {{"DEFCHARSET", "utf-8"},
+                                           {"DEBUGPATH", env.DebugPath().string()},
+                                           {"WORKPATH", env.WorkPath().string()},
+                                           {"JOBCONFPATH", (env.Folder() / "conf").string()},
+                                           {"DBCONAX", env.DatabaseText()},
+                                           {PasswordCipher::kConfigKey, keyFile}});
+  const std::string jobId = env.JobId("cipher");
+  env.AddJob(jobId, test::JobDocument(jobId, {}));
+  TesselSession host;
+  host.InitialiseSession(jobId, false, false, "client");
+
+  const std::string cipherText = Text("EncryptString(\"secret\")");
+  EXPECT_TRUE(PasswordCipher::IsCipherText(cipherText)) << cipherText;
+  PasswordCipher cipher;
+  cipher.Initialise(keyFile);
+  EXPECT_EQ(cipher.Decrypt(cipherText), "secret");
+  EXPECT_EQ(cipher.Decrypt(Text("objFunctions.EncryptString(\"\")")), "");
+}
+
 TEST_F(FunctionsTest, LastDayInMonthCarriesDecemberIntoTheNextYear) {
   EXPECT_EQ(Eval("LastDayInMonth(2, 2024)").ToLong(), 29);
   EXPECT_EQ(Eval("LastDayInMonth(2, 2023)").ToLong(), 28);
@@ -271,6 +299,15 @@ TEST_F(FunctionsTest, SumAddsAFieldOverRecordsOrOverTheValuesOfTheCurrentOne) {
   functions_->SetCurrentTransaction(order1_);
   EXPECT_DOUBLE_EQ(Eval("Sum(\"AMOUNTS\", \".\")").ToDouble(), 6);
   EXPECT_DOUBLE_EQ(Eval("Sum(\"%AMOUNTS\", \".\")").ToDouble(), 6);
+}
+
+TEST_F(FunctionsTest, SumCountsTrueBooleansAsMinusOne) {
+  lines_[0]->SetFieldValue("DONE", Variant(true));
+  lines_[1]->SetFieldValue("DONE", Variant("False"));
+  lines_[2]->SetFieldValue("DONE", Variant("True"));
+  EXPECT_DOUBLE_EQ(Eval("Sum(\"DONE\", \"LINE\")").ToDouble(), -2);
+  functions_->SetCurrentTransaction(lines_[0]);
+  EXPECT_DOUBLE_EQ(Eval("Sum(\"DONE\", \".\")").ToDouble(), -1);
 }
 
 TEST_F(FunctionsTest, SumTakesOnlyNumbersAndOneValueARecord) {
