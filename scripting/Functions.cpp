@@ -703,7 +703,6 @@ std::string Functions::ReadTextFile(const std::string& file, const Variant& thro
         }
       }
       if (raise) throw;
-      ErrClear();
       return {};
     }
   } catch (...) {

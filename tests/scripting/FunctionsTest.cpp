@@ -497,6 +497,9 @@ TEST_F(FunctionsTest, AMissingFileReadsEmptyOnlyWhenAskedTo) {
   test::TempDir dir;
   const std::string missing = (dir / "missing.txt").string();
   EXPECT_EQ(Text("ReadTextFile(\"" + missing + "\", False)"), "");
+  // The swallowed failure leaves nothing behind for the next one.
+  Error next = ErrorOf("Sum(\"ITEM\", \"LINE\")");
+  EXPECT_EQ(next.description().find("missing.txt"), std::string::npos) << next.description();
   Error e = ErrorOf("ReadTextFile(\"" + missing + "\", True)");
   EXPECT_NE(e.number(), 0);
   EXPECT_NE(e.description().find("Functions.ReadTextFile(sFile="), std::string::npos);
