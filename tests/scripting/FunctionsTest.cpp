@@ -423,6 +423,15 @@ TEST_F(FunctionsTest, SubPushDownWritesIntoTheRecordsBelowOnly) {
   engine_.ExecuteStatement("objFunctions.SubPushDown \"QTY\", \"LINE\", 99");
   EXPECT_EQ(Eval("Sum(\"QTY\", \"LINE\")").ToDouble(), 99);
   EXPECT_EQ(lines_[0]->GetFieldValues("QTY").ToString(), "2");
+  // Without overwriting, a multi-valued field gains a value each time.
+  functions_->SetCurrentTransaction(order1_);
+  Eval("SubPushDown(\"MULTI\", \"LINE\", 4)");
+  Eval("SubPushDown(\"MULTI\", \"LINE\", 5)");
+  functions_->SetCurrentTransaction(lines_[2]);
+  EXPECT_DOUBLE_EQ(Eval("Sum(\"MULTI\", \".\")").ToDouble(), 9);
+  // Only the record id is dereferenced.
+  functions_->SetCurrentTransaction(order1_);
+  EXPECT_EQ(ErrorOf("SubPushDown(\"%PUSHED\", \"LINE\", 1)").number(), 8103);
 }
 
 TEST_F(FunctionsTest, GetParentWalksUpToTheNamedRecord) {
