@@ -64,6 +64,8 @@ class Transaction : public Object {
   // Set by the factory; `definition` keeps the metadata node alive.
   void SetFactory(std::weak_ptr<TransactionFactory> factory,
                   std::shared_ptr<tessel::TransformDefinition> definition);
+  // The factory that made this view; raises 91 when it is gone.
+  std::shared_ptr<TransactionFactory> Factory() const;
   // Keeps a document alive whose node this view stands on (a reconstructed
   // record lives in a document of its own).
   void KeepDocument(Ref<XMLWrapper> document) { ownDocument_ = std::move(document); }
@@ -141,7 +143,6 @@ class Transaction : public Object {
   const FieldMetaData& Meta(std::string_view fieldName);
   std::string SetBinaryField(std::string_view name, const Variant& bytes);
   Variant MultiValueFieldToArray(const std::vector<xmlNodePtr>& nodes, int16_t type);
-  std::shared_ptr<TransactionFactory> Factory() const;
   void SetTimeStamp();
   std::string OptionalAttribute(const char* name);
   void RequireData() const;
