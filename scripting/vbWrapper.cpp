@@ -26,6 +26,8 @@ namespace {
 constexpr std::string_view kErrorInSource = "HuntERR.ErrorIn";
 constexpr int16_t kStringFieldType = 3;
 constexpr int64_t kMinimumLogSpaceMB = 20;
+constexpr const char* kFunctionLibraryFile = "functionh.xml";
+constexpr int32_t kMissingFile = 7705;
 constexpr std::string_view kLineBreakInLiteral = "\" & vbCrLf & \"";
 
 // The folders a wrapper reads: the thread's session's, or, for a host
@@ -152,8 +154,12 @@ void vbWrapper::LoadFunctions(const std::string& jobConfPath) {
   try {
     functions_ = MakeRef<Functions>();
     functions_->Initialise(*this);
+    const std::string libraryPath = FileSystemWrapper::BuildPath(jobConfPath, kFunctionLibraryFile);
+    Check(FileSystemWrapper().FileExists(libraryPath), kMissingFile,
+          "Could not open file [%1]: the script function library is missing (an empty library is <FUNCTIONS/>).",
+          Variant(libraryPath));
     auto library = MakeRef<XMLWrapper>();
-    library->OpenXMLDocument(FileSystemWrapper::BuildPath(jobConfPath, "functionh.xml"));
+    library->OpenXMLDocument(libraryPath);
     for (xmlNodePtr piece : library->GetNodesFromXPath("FUNCTIONS/*")) {
       AddCodeToEngine(XMLWrapper::NodeText(piece));
     }
@@ -171,21 +177,28 @@ void vbWrapper::LoadFunctions(const std::string& jobConfPath) {
 
 Variant vbWrapper::Evaluate(const std::string& evaluation, Transaction* transaction, const std::string& field,
                             bool forceEval) {
-  std::string text;
+  // The outermost evaluation reuses one buffer; a library function that
+  // evaluates again while it runs gets a buffer of its own.
+  std::string nested;
+  std::string& text = evaluationDepth_ == 0 ? buffer_ : nested;
+  ++evaluationDepth_;
+  struct DepthGuard {
+    int& depth;
+    ~DepthGuard() { --depth; }
+  } guard{evaluationDepth_};
   bool resolved = false;
   try {
     if (verboseLog_) WriteVerboseLog("PRERESOLUTION:", evaluation);
     if (functions_) functions_->SetCurrentTransaction(Ref<Transaction>(transaction));
-    text.reserve(evaluation.size() + 32);
     ResolveInto(evaluation, transaction, text);
     resolved = true;
     if (CodeNeedsWrapper(text)) {
       std::string functionName = field;
       AddCode(functionName, text);
-      text = std::move(functionName);
+      text.assign(functionName);
     }
     if (verboseLog_) WriteVerboseLog("POSTRESOLUTION:", text);
-    Variant result = SimpleEvaluate(Variant(text));
+    Variant result = EvaluateText(text);
     if (verboseLog_) WriteVerboseLog("POSTEVALUATION:", result.IsArray() ? std::string() : result.ToString());
     return result;
   } catch (...) {
@@ -209,12 +222,21 @@ Variant vbWrapper::Evaluate(const std::string& evaluation, Transaction* transact
 }
 
 Variant vbWrapper::SimpleEvaluate(const Variant& expression) {
+  if (expression.IsString()) return EvaluateText(expression.StringValue());
+  std::string text;
   try {
-    vbs::Engine& engine = RequireEngine();
-    if (expression.IsString()) return engine.Eval(expression.StringValue());
-    return engine.Eval(expression.ToString());
+    text = expression.ToString();
   } catch (...) {
-    RethrowWithEngineDetails(engine_.get(), "vbWrapper.SimpleEvaluate(vExpression)", {expression});
+    ErrorInRethrow("vbWrapper.SimpleEvaluate(vExpression)", {expression});
+  }
+  return EvaluateText(text);
+}
+
+Variant vbWrapper::EvaluateText(std::string_view expression) {
+  try {
+    return RequireEngine().Eval(expression);
+  } catch (...) {
+    RethrowWithEngineDetails(engine_.get(), "vbWrapper.SimpleEvaluate(vExpression)", {Variant(expression)});
   }
 }
 
