@@ -119,7 +119,7 @@ void vbWrapper::Initialize(const std::string& transformId, bool verboseLog, IEve
         // The log's name is a single blank in the debug folder.
         std::string logPath = FileSystemWrapper::BuildPath(folders.debugPath, " ");
         if (logFileSystem_->FileExists(logPath)) {
-          logHandle_ = logFileSystem_->OpenTextStream(logPath, true, "unicode", false);
+          logHandle_ = logFileSystem_->OpenTextStream(logPath, true, "unicode", true);
         } else {
           logHandle_ = logFileSystem_->CreateTextStream(" ", false, folders.debugPath, true, "unicode", true);
         }

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <memory>
 
+#include "audit/HuntErr.h"
 #include "core/Error.h"
 #include "scripting/EEScriptControl.h"
 #include "scripting/Functions.h"
@@ -144,6 +145,14 @@ TEST_F(ScriptHostTest, FailedSubstitutionsReachTheJobInsideBothTemplates) {
                   "Error resolving formula. Field [Nope] does not exist in transaction [ORDER].\r\n"))
       << unknown.description();
 
+  const Error inEvaluate = CatchError([&] { Eval("%A + %Nope", "Total"); });
+  EXPECT_EQ(inEvaluate.number(), 8103);
+  // What the audit log shows of it: both templates, one around the other.
+  EXPECT_EQ(ShortDescription(inEvaluate),
+            "Error whilst evaluating field [Total] on transaction type [ORDER]. \r\n"
+            "Resolved Function - %A + %Nope \r\n"
+            "Error - Error resolving formula. Field [Nope] does not exist in transaction [ORDER].");
+
   const Error unclosed = CatchError([&] { Eval("%[Name + 1", "Total"); });
   EXPECT_EQ(unclosed.number(), vbWrapper::kUnenclosedFieldName);
   EXPECT_TRUE(Has(unclosed.description(),
@@ -267,16 +276,27 @@ TEST_F(ScriptHostTest, TheVerboseLogShowsEachStep) {
     host.Initialize("T1", true, nullptr, 60);
     EXPECT_EQ(host.Evaluate("%A + 1", order.get(), "F").ToLong(), 2);
   }
-  // The log is UTF-16 text with a byte-order mark; its content here is ASCII.
+  {
+    // A later wrapper appends to the same log.
+    vbWrapper host;
+    host.Initialize("T2", true, nullptr, 60);
+    EXPECT_EQ(host.Evaluate("%B * 3", order.get(), "F").ToLong(), 6);
+  }
+  // The log is UTF-16 text with one byte-order mark; its content here is ASCII.
   std::string bytes = test::ReadFileText(env.DebugPath() / " ");
   ASSERT_GE(bytes.size(), 2u);
   EXPECT_EQ(bytes.substr(0, 2), "\xFF\xFE");
+  EXPECT_EQ(bytes.find("\xFF\xFE", 2), std::string::npos);
   std::string text;
   for (size_t i = 2; i + 1 < bytes.size(); i += 2) text.push_back(bytes[i]);
   EXPECT_TRUE(Has(text, "\tPRERESOLUTION:\t%A + 1\r\n")) << text;
   EXPECT_TRUE(Has(text, "\tPOSTRESOLUTION:\t1 + 1\r\n")) << text;
   EXPECT_TRUE(Has(text, "\tPOSTEVALUATION:\t2\r\n")) << text;
   EXPECT_LT(text.find("PRERESOLUTION"), text.find("POSTEVALUATION"));
+  EXPECT_TRUE(Has(text, "\tPOSTRESOLUTION:\t2 * 3\r\n")) << text;
+  EXPECT_LT(text.find("POSTEVALUATION:\t2"), text.find("PRERESOLUTION:\t%B"));
+  // Each line starts with the date and time.
+  EXPECT_EQ(text.find('\t'), std::string("yyyy-mm-dd hh:mm:ss").size());
 }
 
 // --- Hosts without a job ------------------------------------------------------------------------
