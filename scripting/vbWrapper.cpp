@@ -2,6 +2,8 @@
 
 #include <time.h>
 
+#include <algorithm>
+#include <climits>
 #include <utility>
 
 #include "audit/HuntErr.h"
@@ -141,7 +143,9 @@ void vbWrapper::Initialize(const std::string& transformId, bool verboseLog, IEve
       isTerminator_[static_cast<unsigned char>(terminator[0])] = true;
     }
     engine_->SetLanguage("VBScript");
-    engine_->SetTimeout(timeOutSeconds * 1000);
+    // A time-out beyond what milliseconds can count is no limit in practice.
+    const int64_t milliseconds = std::min<int64_t>(int64_t{timeOutSeconds} * 1000, INT32_MAX);
+    engine_->SetTimeout(static_cast<int32_t>(milliseconds));
     engine_->SetAllowUI(false);
     LoadFunctions(folders.jobConfPath);
   } catch (...) {
