@@ -203,7 +203,7 @@ Variant vbWrapper::Evaluate(const std::string& evaluation, Transaction* transact
     }
     if (verboseLog_) WriteVerboseLog("POSTRESOLUTION:", text);
     Variant result = EvaluateText(text);
-    if (verboseLog_) WriteVerboseLog("POSTEVALUATION:", result.IsArray() ? std::string() : result.ToString());
+    if (verboseLog_) WriteVerboseValue("POSTEVALUATION:", result);
     return result;
   } catch (...) {
     // A failed substitution leaves nothing resolved to show: the expression
@@ -456,6 +456,16 @@ void vbWrapper::CloseWrapper() {
   } catch (...) {
   }
   functions_ = nullptr;
+}
+
+void vbWrapper::WriteVerboseValue(std::string_view label, const Variant& value) {
+  // A value without text (Null, an array, an object) logs as empty text.
+  std::string text;
+  try {
+    if (!value.IsNull()) text = value.ToString();
+  } catch (...) {
+  }
+  WriteVerboseLog(label, text);
 }
 
 void vbWrapper::WriteVerboseLog(std::string_view label, std::string_view text) {

@@ -93,6 +93,7 @@ class vbWrapper {
   void LoadFunctions(const std::string& jobConfPath);
   void AddCodeToEngine(const std::string& code);
   void WriteVerboseLog(std::string_view label, std::string_view text);
+  void WriteVerboseValue(std::string_view label, const Variant& value);
   // SimpleEvaluate of text at hand.
   Variant EvaluateText(std::string_view expression);
   // Substitution into `out`; on failure `out` holds the text as far as the

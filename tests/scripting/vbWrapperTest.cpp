@@ -281,6 +281,9 @@ TEST_F(ScriptHostTest, TheVerboseLogShowsEachStep) {
     vbWrapper host;
     host.Initialize("T2", true, nullptr, 60);
     EXPECT_EQ(host.Evaluate("%B * 3", order.get(), "F").ToLong(), 6);
+    // Values without text log as empty text and do not disturb the result.
+    EXPECT_TRUE(host.Evaluate("Null", order.get(), "F").IsNull());
+    EXPECT_TRUE(host.Evaluate("Array(1, 2)", order.get(), "F").IsArray());
   }
   // The log is UTF-16 text with one byte-order mark; its content here is ASCII.
   std::string bytes = test::ReadFileText(env.DebugPath() / " ");
@@ -295,6 +298,7 @@ TEST_F(ScriptHostTest, TheVerboseLogShowsEachStep) {
   EXPECT_LT(text.find("PRERESOLUTION"), text.find("POSTEVALUATION"));
   EXPECT_TRUE(Has(text, "\tPOSTRESOLUTION:\t2 * 3\r\n")) << text;
   EXPECT_LT(text.find("POSTEVALUATION:\t2"), text.find("PRERESOLUTION:\t%B"));
+  EXPECT_TRUE(Has(text, "\tPOSTEVALUATION:\t\r\n")) << text;
   // Each line starts with the date and time.
   EXPECT_EQ(text.find('\t'), std::string("yyyy-mm-dd hh:mm:ss").size());
 }
@@ -351,13 +355,13 @@ TEST(EEScriptControlTest, TheCaretStandsUnderTheFailingColumn) {
 
 TEST(EEScriptControlTest, ARuntimeErrorInCodeHasItsLine) {
   vbs::Engine engine;
-  EXPECT_ANY_THROW(engine.AddCode("a = 1\nb = a / 0\n"));
-  const std::string text = EEScriptControl().Extract(engine);
-  EXPECT_TRUE(Has(text, "Description: Division by zero\r\n")) << text;
-  EXPECT_TRUE(Has(text, " Line=2 Pos=")) << text;
-  if (engine.Error().Column() == 0) {
-    EXPECT_TRUE(Has(text, std::string(13, ' ') + " Line=2 Pos=0\r\n")) << text;
-  }
+  EXPECT_ANY_THROW(engine.AddCode("a = 1\nSub S()\n\tb = a / 0\nEnd Sub\nS\n"));
+  ASSERT_EQ(engine.Error().Column(), 2);
+  EXPECT_EQ(EEScriptControl().Extract(engine),
+            "Description: Division by zero\r\n"
+            "Source Line:  b = a / 0\r\n"
+            ".             ^\r\n"
+            " Line=3 Pos=2\r\n");
 }
 
 }  // namespace
