@@ -34,13 +34,13 @@
 #include "core/Object.h"
 #include "core/Variant.h"
 #include "store/FieldMetaData.h"
+#include "store/XMLWrapper.h"
 
 namespace tessel {
 
 class TransactionContext;
 class TransactionFactory;
 class TransformDefinition;
-class XMLWrapper;
 
 class Transaction : public Object {
  public:
