@@ -34,6 +34,7 @@
 #include "core/Object.h"
 #include "core/Variant.h"
 #include "store/FieldMetaData.h"
+#include "store/XMLWrapper.h"
 
 namespace tessel {
 
