@@ -4,6 +4,7 @@
 #include "input/TransformRead.h"
 #include "job/ITransformController.h"
 #include "output/TransformWrite.h"
+#include "transforms/TransformFlatten.h"
 
 namespace tessel {
 
@@ -26,6 +27,7 @@ TransformTypeTable TransformTypeTable::Standard() {
   for (const auto& [type, name] : known) table.RegisterNotBuilt(type, name);
   table.Register(1, "TransformRead", [] { return std::make_shared<TransformRead>(); });
   table.Register(2, "TransformWrite", [] { return std::make_shared<TransformWrite>(); });
+  table.Register(3, "TransformFlatten", [] { return std::make_shared<TransformFlatten>(); });
   return table;
 }
 
