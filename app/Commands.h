@@ -46,6 +46,14 @@ int RunLog(const LogOptions& options);
 // cipher text for appconfig.xml and the SYSTEMS table.
 int RunEncrypt();
 
+struct EvalOptions {
+  std::string expression;
+};
+// Evaluates a script expression (or, over several lines, a body whose last
+// statement gives the value) with the configuration's function library and
+// prints the value.
+int RunEval(const EvalOptions& options);
+
 // Prints a failure as "tessel: error NUMBER: DESCRIPTION" on stderr; the whole
 // trace when verbose. Returns 1. Call inside a catch block.
 int ReportFailure(bool verbose = false);

@@ -48,6 +48,10 @@ int main(int argc, char** argv) {
 
   CLI::App* encryptCommand = app.add_subcommand("encrypt", "encrypt a password read on stdin");
 
+  EvalOptions eval;
+  CLI::App* evalCommand = app.add_subcommand("eval", "evaluate a script expression with the function library");
+  evalCommand->add_option("EXPRESSION", eval.expression, "expression, as in a map formula")->required();
+
   std::string scriptFile;
   std::vector<std::string> scriptArgs;
   CLI::App* scriptCommand = app.add_subcommand("script", "run a VBScript file, as cscript does");
@@ -55,7 +59,8 @@ int main(int argc, char** argv) {
   scriptCommand->prefix_command();
 
   for (CLI::App* command :
-       {initCommand, jobCommand, jobAddCommand, jobListCommand, runCommand, logCommand, encryptCommand}) {
+       {initCommand, jobCommand, jobAddCommand, jobListCommand, runCommand, logCommand, encryptCommand,
+        evalCommand}) {
     command->fallthrough();
   }
 
@@ -79,6 +84,7 @@ int main(int argc, char** argv) {
   if (runCommand->parsed()) return RunJob(run);
   if (logCommand->parsed()) return RunLog(log);
   if (encryptCommand->parsed()) return RunEncrypt();
+  if (evalCommand->parsed()) return RunEval(eval);
   if (scriptCommand->parsed()) {
     scriptArgs = scriptCommand->remaining();
     return tessel::RunScriptFile(scriptFile, scriptArgs, std::cout, std::cerr);

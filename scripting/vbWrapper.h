@@ -23,6 +23,7 @@
 // `%[` 9651.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -78,15 +79,28 @@ class vbWrapper {
   // The library object scripts see as objFunctions; null after CloseWrapper.
   Functions* FunctionLibrary() const;
   IEvent* Event() const { return event_; }
+  // The engine, for hosts that add objects or read its last error; null
+  // before Initialize and after CloseWrapper.
+  vbs::Engine* ScriptEngine() const { return engine_.get(); }
 
  private:
-  void LoadFunctions();
+  void LoadFunctions(const std::string& jobConfPath);
   void AddCodeToEngine(const std::string& code);
-  void WriteVerboseLog(const std::string& text);
+  void WriteVerboseLog(std::string_view label, std::string_view text);
+  // Substitution into `out`; on failure `out` holds the text as far as the
+  // scan got.
+  void ResolveInto(std::string_view evaluation, Transaction* transaction, std::string& out);
+  void AppendFieldValue(std::string_view name, Transaction* transaction, bool authorQuoted, std::string& out);
+  size_t BareNameEnd(std::string_view text, size_t from) const;
+  // True when line `linePos` starts the last statement of `lines`.
+  static bool IsLineFunctionResult(const std::vector<std::string_view>& lines, size_t linePos, size_t arraySize);
+  vbs::Engine& RequireEngine() const;
 
   std::string transformId_;
   Ref<Functions> functions_;
   std::vector<std::string> terminators_;
+  // terminators_ as a byte table, for the scan of every evaluation.
+  std::array<bool, 256> isTerminator_{};
   bool verboseLog_ = false;
   std::unique_ptr<FileSystemWrapper> logFileSystem_;
   std::string logHandle_;

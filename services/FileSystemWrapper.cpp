@@ -15,17 +15,13 @@
 #include "audit/HuntErr.h"
 #include "core/RuntimeError.h"
 #include "core/SafeArray.h"
+#include "scripting/ScriptFileNameEvaluator.h"
 
 namespace fs = std::filesystem;
 
 namespace tessel {
 
 namespace {
-
-FileNameEvaluatorFactory& EvaluatorFactory() {
-  static FileNameEvaluatorFactory factory;
-  return factory;
-}
 
 // Raises the runtime's file error for a failed folder or file operation.
 [[noreturn]] void RaiseFileError(const std::error_code& ec, bool folder) {
@@ -452,9 +448,7 @@ std::string FileSystemWrapper::GenerateVBScriptFile(const std::string& fileName,
       Check(fileName.find('%') == std::string::npos, kTokensNotAllowed,
             "Transaction replacement tokens are not allowed in file evaluation strings.");
     }
-    if (!evaluator_ && EvaluatorFactory()) evaluator_ = EvaluatorFactory()();
-    Check(evaluator_ != nullptr, kNoEvaluator,
-          "The file name expression [%1] cannot be evaluated: no script host is available.", Variant(fileName));
+    if (!evaluator_) evaluator_ = std::make_unique<ScriptFileNameEvaluator>();
     try {
       return evaluator_->Evaluate(fileName, transaction);
     } catch (...) {
@@ -770,10 +764,6 @@ void FileSystemWrapper::CopyFiles(const std::string& pattern, const std::string&
 
 void FileSystemWrapper::SetFileNameEvaluator(std::unique_ptr<IFileNameEvaluator> evaluator) {
   evaluator_ = std::move(evaluator);
-}
-
-void FileSystemWrapper::SetFileNameEvaluatorFactory(FileNameEvaluatorFactory factory) {
-  EvaluatorFactory() = std::move(factory);
 }
 
 }  // namespace tessel

@@ -15,16 +15,17 @@
 // of the base is replaced, so `report_7.csv` also gives `report_1.csv`).
 //
 // File-name expressions (bEvaluateFile) are evaluated by an IFileNameEvaluator:
-// the one given by SetFileNameEvaluator, or one made on first use by the
-// factory registered with SetFileNameEvaluatorFactory (the script host
-// registers it once at start-up). Without either, 9547 is raised.
+// the one given by SetFileNameEvaluator, or else a script host of the
+// wrapper's own (ScriptFileNameEvaluator), made on the first evaluation and
+// kept for the wrapper's life.
 //
 // Errors: 8501 a path to list does not exist; 9540 record tokens in an
 // expression without a record; 9541 unknown handle; 9542 a file cannot be
 // opened, read or written (text carries the system's reason); 9543 text
 // operation on a binary stream; 9544 invalid characters in a file name; 9545 a
 // unique name cannot be made from a base of four characters or fewer without an
-// underscore; 9546 no temp file; 9547 no evaluator for a file-name expression.
+// underscore; 9546 no temp file. A file-name expression that fails raises the
+// script host's error.
 // Folder and copy operations raise the runtime's file errors: 53 file not
 // found, 58 file already exists, 61 disk full, 70 permission denied, 75
 // path/file access error, 76 path not found.
@@ -60,7 +61,6 @@ class FileSystemWrapper {
   static constexpr int32_t kInvalidFileName = 9544;
   static constexpr int32_t kNoUniqueName = 9545;
   static constexpr int32_t kNoTempFile = 9546;
-  static constexpr int32_t kNoEvaluator = 9547;
 
   FileSystemWrapper();
   ~FileSystemWrapper();
@@ -174,10 +174,8 @@ class FileSystemWrapper {
 
   // --- Evaluation seam ---------------------------------------------------------------
 
+  // Replaces the script host for file-name expressions.
   void SetFileNameEvaluator(std::unique_ptr<IFileNameEvaluator> evaluator);
-  // The factory every wrapper uses for its first evaluation; set once at
-  // start-up, before jobs run on other threads.
-  static void SetFileNameEvaluatorFactory(FileNameEvaluatorFactory factory);
 
  private:
   FileSysOpen& GetFile(const std::string& handle);

@@ -1,10 +1,8 @@
 // IFileNameEvaluator: turns a file-name expression into a file name for
-// FileSystemWrapper. The script host implements it; FileSystemWrapper owns the
-// evaluator it was given or made through the registered factory.
+// FileSystemWrapper. The script host implements it (ScriptFileNameEvaluator);
+// FileSystemWrapper owns the evaluator it was given or made itself.
 #pragma once
 
-#include <functional>
-#include <memory>
 #include <string>
 
 namespace tessel {
@@ -20,7 +18,5 @@ class IFileNameEvaluator {
   // evaluation's own error on failure.
   virtual std::string Evaluate(const std::string& expression, Transaction* transaction) = 0;
 };
-
-using FileNameEvaluatorFactory = std::function<std::unique_ptr<IFileNameEvaluator>()>;
 
 }  // namespace tessel

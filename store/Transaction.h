@@ -41,7 +41,6 @@ namespace tessel {
 class TransactionContext;
 class TransactionFactory;
 class TransformDefinition;
-class XMLWrapper;
 
 class Transaction : public Object {
  public:

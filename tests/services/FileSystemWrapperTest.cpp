@@ -354,18 +354,12 @@ TEST(FileSystemWrapperTest, EvaluatedNames) {
   FileSystemWrapper files;
   const std::string folder = dir.path().string();
   EXPECT_EQ(CatchError([&] { files.GenerateFileName("\"a\" & %ID%", true, folder, false); }).number(), 9540);
-  EXPECT_EQ(CatchError([&] { files.GenerateFileName("name.txt", true, folder, false); }).number(), 9547);
 
   files.SetFileNameEvaluator(std::make_unique<UpperCaseEvaluator>());
   EXPECT_EQ(files.GenerateFileName("name.txt", true, folder, false), P(dir, "NAME.TXT"));
   const Error failed = CatchError([&] { files.GenerateFileName("fail", true, folder, false); });
   EXPECT_EQ(failed.number(), 13);
   EXPECT_NE(failed.description().find("Error whilst evaluating the filename."), std::string::npos);
-
-  FileSystemWrapper::SetFileNameEvaluatorFactory([] { return std::make_unique<UpperCaseEvaluator>(); });
-  FileSystemWrapper other;
-  EXPECT_EQ(other.GenerateFileName("x.csv", true, folder, false), P(dir, "X.CSV"));
-  FileSystemWrapper::SetFileNameEvaluatorFactory(nullptr);
 }
 
 TEST(FileSystemWrapperTest, PathParts) {

@@ -89,6 +89,7 @@ JobEnvironment::JobEnvironment(Backend backend) {
                                           {"WORKPATH", (dir_ / "jobs").string()},
                                           {"JOBCONFPATH", (dir_ / "conf").string()},
                                           {"DBCONAX", databaseText_}});
+  SetFunctionLibrary({});
   if (const char* previous = std::getenv(RegistryWrapper::kEnvironmentVariable)) previousConfig_ = previous;
   ::setenv(RegistryWrapper::kEnvironmentVariable, dir_.path().c_str(), 1);
 }
@@ -99,6 +100,18 @@ JobEnvironment::~JobEnvironment() {
   } else {
     ::unsetenv(RegistryWrapper::kEnvironmentVariable);
   }
+}
+
+void JobEnvironment::SetFunctionLibrary(const std::vector<std::string>& pieces) {
+  std::string xml = "<?xml version=\"1.0\"?>\n";
+  if (pieces.empty()) {
+    xml += "<FUNCTIONS/>\n";
+  } else {
+    xml += "<FUNCTIONS>";
+    for (const std::string& piece : pieces) xml += "<FUNCTION>" + Escape(piece) + "</FUNCTION>";
+    xml += "</FUNCTIONS>\n";
+  }
+  std::ofstream(FunctionLibraryPath(), std::ios::binary) << xml;
 }
 
 std::string JobEnvironment::JobId(const std::string& name) const { return name + suffix_; }

@@ -1,7 +1,9 @@
 // JobEnvironment: a complete engine installation for one test: a configuration
 // folder with appconfig.xml, debug/work folders and a job database (a SQLite
 // file in the folder, or the loopback PostgreSQL server), with
-// TESSEL_APPCONFIG pointing at it for the life of the object.
+// TESSEL_APPCONFIG pointing at it for the life of the object. The job
+// configuration folder holds an empty script library (functionh.xml) that a
+// test may replace.
 //
 // Job documents are built from TransformSpec lists, so tests say only what
 // matters to them.
@@ -60,6 +62,13 @@ class JobEnvironment {
   // RESULTREASON of every AUDITLOG row of the job, in order.
   std::vector<std::string> AuditReasons(const std::string& jobId);
   std::vector<std::string> AuditColumn(const std::string& jobId, const std::string& column);
+
+  // The script library every script host of this environment loads; it
+  // starts empty (<FUNCTIONS/>).
+  std::filesystem::path FunctionLibraryPath() const { return dir_ / "conf" / "functionh.xml"; }
+  // Replaces the library: each piece of script source (Functions, Subs,
+  // statements) becomes one element of the file, in order.
+  void SetFunctionLibrary(const std::vector<std::string>& pieces);
 
  private:
   TempDir dir_;
