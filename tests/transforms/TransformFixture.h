@@ -65,7 +65,8 @@ inline std::string OptionsXml(const OptionMap& options) {
 
 // A TRANSFORM element with options, an AUDIT node and records.
 inline std::string TransformXml(const std::string& id, int type, const OptionMap& options, const std::string& records,
-                                const OptionMap& audit = {}) {
+                                OptionMap audit = {}) {
+  audit.emplace("rptwarnings", "True");
   return "<TRANSFORM id=\"" + id + "\" parentid=\"\" type=\"" + std::to_string(type) + "\">" + OptionsXml(options) +
          "<TRANSFORMDETAIL><RECORDS>" + records + "</RECORDS></TRANSFORMDETAIL><AUDIT>" + OptionsXml(audit) +
          "</AUDIT></TRANSFORM>";
