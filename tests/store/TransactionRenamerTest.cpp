@@ -110,6 +110,14 @@ TEST_F(RenamerTest, RecordIdsAndFieldsOfParentAndChildTakeTheNewNames) {
   EXPECT_EQ("a2", selector->Item()->ParentTransaction()->GetFieldValues("NUM").ToString());
 }
 
+TEST_F(RenamerTest, RecordIdIsReplacedAsTextThroughTheWholePath) {
+  // The path of ORD, spelled with R for ORD, becomes /DATA/RECRS[@id='R']:
+  // the element names hold the same letters, so no container is found.
+  Rename("<RECORD id=\"ORD\" parentid=\"\" imptranid=\"R\"><FIELD name=\"A\" type=\"3\"/></RECORD>");
+  EXPECT_EQ(1u, Data().GetNodesFromXPath("/DATA/RECORDS[@id='R']").size());
+  EXPECT_TRUE(Data().GetNodesFromXPath("//RECORDS[@id='ORD']").empty());
+}
+
 TEST_F(RenamerTest, DefinitionWithoutImportsLeavesTheDataAsItIs) {
   const std::string before = Data().ToString();
   Rename("<RECORD id=\"R\" parentid=\"\"><FIELD name=\"A\" type=\"3\"/><FIELD name=\"Q\" type=\"3\" impname=\"Q\"/>"

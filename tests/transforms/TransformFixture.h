@@ -145,10 +145,10 @@ class JobRun {
     read.records = readRecords;
     std::vector<TransformSpec> all{read};
     std::string parent = "read";
-    for (TransformSpec& spec : middle) {
-      spec.parentId = parent;
-      parent = spec.id;
-      all.push_back(spec);
+    for (TransformSpec& step : middle) {
+      step.parentId = parent;
+      parent = step.id;
+      all.push_back(step);
     }
     TransformSpec write("write", parent, 2, "",
                         {{"writetype", "1"}, {"committran", ""}, {"delimiter", ","}, {"quotestrings", "False"},

@@ -15,7 +15,7 @@ const char* kOrders =
     "type,order,item,qty\nH,10\nL,10,bolt,5\nL,10,nut,1\nH,11\nL,11,gear,1\nH,12\nL,12,cog,8\n";
 
 // The map: H becomes ORDER and L becomes LINE, with a label and a line value.
-TransformSpec MapSpec(const std::string& lineValue, const std::string& action = {}) {
+TransformSpec MapStep(const std::string& lineValue, const std::string& action = {}) {
   TransformSpec map("map", "", 5);
   map.records =
       "<RECORD id=\"ORDER\" parentid=\"\" imptranid=\"H\"><FIELD name=\"ORDNO\" type=\"3\" impname=\"ORD\"/>"
@@ -28,7 +28,7 @@ TransformSpec MapSpec(const std::string& lineValue, const std::string& action = 
   return map;
 }
 
-TransformSpec FlattenSpec() {
+TransformSpec FlattenStep() {
   TransformSpec flatten("flat", "", 3, "", {{"flattentranid", "ORDER"}});
   flatten.records =
       "<RECORD id=\"ORDER\" parentid=\"\"><FIELD name=\"ORDNO\" type=\"3\"/><FIELD name=\"LABEL\" type=\"3\"/>"
@@ -53,7 +53,7 @@ TEST(TransformJobTest, MapFilterAndFlattenBetweenCsvReadAndWrite) {
       "</RECORD><RECORD id=\"LINE\" parentid=\"ORDER\" filter=\"%QTY &gt; 1\"><FIELD name=\"ITEM\" type=\"3\"/>"
       "<FIELD name=\"QTY\" type=\"1\"/><FIELD name=\"VALUE\" type=\"3\"/></RECORD>";
   filter.audit["auditsummary"] = "%LINE.DELETED lines dropped";
-  ASSERT_EQ(0, job.Run(kOrderReadRecords, 1, {MapSpec("%QTY * 10"), filter, FlattenSpec()}, kWriteRecords))
+  ASSERT_EQ(0, job.Run(kOrderReadRecords, 1, {MapStep("%QTY * 10"), filter, FlattenStep()}, kWriteRecords))
       << job.AllReasons();
   // Order 11 lost its only line and with it its flat record.
   EXPECT_EQ("ORDNO,LABEL,ITEM,VALUE\r\n10,Order 10,bolt,50\r\n12,Order 12,cog,80\r\n", job.Output());
@@ -66,7 +66,7 @@ TEST(TransformJobTest, MapFilterAndFlattenBetweenCsvReadAndWrite) {
 TEST(TransformJobTest, FailingFormulasUnderActionTwoAreLoggedAndTheJobCompletes) {
   JobRun job;
   job.Input("orders.csv", kOrders);
-  ASSERT_EQ(0, job.Run(kOrderReadRecords, 1, {MapSpec("10 / (%QTY - 1)", "2"), FlattenSpec()}, kWriteRecords))
+  ASSERT_EQ(0, job.Run(kOrderReadRecords, 1, {MapStep("10 / (%QTY - 1)", "2"), FlattenStep()}, kWriteRecords))
       << job.AllReasons();
   // The lines of quantity 1 keep the formula's own text.
   EXPECT_EQ("ORDNO,LABEL,ITEM,VALUE\r\n10,Order 10,bolt,2.5\r\n10,Order 10,nut,10 / (%QTY - 1)\r\n"
@@ -85,7 +85,7 @@ TEST(TransformJobTest, FailingFormulasUnderActionTwoAreLoggedAndTheJobCompletes)
 TEST(TransformJobTest, FailingFormulaUnderActionOneEndsTheJob) {
   JobRun job;
   job.Input("orders.csv", kOrders);
-  EXPECT_EQ(11, job.Run(kOrderReadRecords, 1, {MapSpec("10 / (%QTY - 1)"), FlattenSpec()}, kWriteRecords));
+  EXPECT_EQ(11, job.Run(kOrderReadRecords, 1, {MapStep("10 / (%QTY - 1)"), FlattenStep()}, kWriteRecords));
   EXPECT_EQ(1u, job.ReasonsWithCode("9650").size()) << job.AllReasons();
   EXPECT_TRUE(Contains(job.AllReasons(), "Transformation [map] has terminated.")) << job.AllReasons();
   EXPECT_EQ("", job.Output());

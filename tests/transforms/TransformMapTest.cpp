@@ -143,6 +143,14 @@ TEST_F(MapTest, UnderActionOneTheFirstFailureEndsTheTransform) {
   EXPECT_EQ((std::vector<std::string>{"A", "B"}), Values("R", "NAME"));
 }
 
+TEST_F(MapTest, DefinitionWithoutARootRecordMapsNothing) {
+  Customer("A", "1", 0);
+  const std::string before = input_->Data()->ToString();
+  Map("<RECORD id=\"R\" parentid=\"Z\"><FIELD name=\"NAME\" type=\"3\" value=\"changed\"/></RECORD>");
+  EXPECT_EQ(before, input_->Data()->ToString());
+  EXPECT_TRUE(event_.processed.empty());
+}
+
 TEST_F(MapTest, FieldNamedTwiceInARecordFailsInCreateController) {
   std::shared_ptr<TransformDefinition> definition = DefinitionOf(TransformXml(
       "map", 5, {},
