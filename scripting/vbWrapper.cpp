@@ -2,6 +2,8 @@
 
 #include <time.h>
 
+#include <algorithm>
+#include <climits>
 #include <utility>
 
 #include "audit/HuntErr.h"
@@ -26,6 +28,8 @@ namespace {
 constexpr std::string_view kErrorInSource = "HuntERR.ErrorIn";
 constexpr int16_t kStringFieldType = 3;
 constexpr int64_t kMinimumLogSpaceMB = 20;
+constexpr const char* kFunctionLibraryFile = "functionh.xml";
+constexpr int32_t kMissingFile = 7705;
 constexpr std::string_view kLineBreakInLiteral = "\" & vbCrLf & \"";
 
 // The folders a wrapper reads: the thread's session's, or, for a host
@@ -117,7 +121,7 @@ void vbWrapper::Initialize(const std::string& transformId, bool verboseLog, IEve
         // The log's name is a single blank in the debug folder.
         std::string logPath = FileSystemWrapper::BuildPath(folders.debugPath, " ");
         if (logFileSystem_->FileExists(logPath)) {
-          logHandle_ = logFileSystem_->OpenTextStream(logPath, true, "unicode", false);
+          logHandle_ = logFileSystem_->OpenTextStream(logPath, true, "unicode", true);
         } else {
           logHandle_ = logFileSystem_->CreateTextStream(" ", false, folders.debugPath, true, "unicode", true);
         }
@@ -139,7 +143,9 @@ void vbWrapper::Initialize(const std::string& transformId, bool verboseLog, IEve
       isTerminator_[static_cast<unsigned char>(terminator[0])] = true;
     }
     engine_->SetLanguage("VBScript");
-    engine_->SetTimeout(timeOutSeconds * 1000);
+    // A time-out beyond what milliseconds can count is no limit in practice.
+    const int64_t milliseconds = std::min<int64_t>(int64_t{timeOutSeconds} * 1000, INT32_MAX);
+    engine_->SetTimeout(static_cast<int32_t>(milliseconds));
     engine_->SetAllowUI(false);
     LoadFunctions(folders.jobConfPath);
   } catch (...) {
@@ -152,8 +158,12 @@ void vbWrapper::LoadFunctions(const std::string& jobConfPath) {
   try {
     functions_ = MakeRef<Functions>();
     functions_->Initialise(*this);
+    const std::string libraryPath = FileSystemWrapper::BuildPath(jobConfPath, kFunctionLibraryFile);
+    Check(FileSystemWrapper().FileExists(libraryPath), kMissingFile,
+          "Could not open file [%1]: the script function library is missing (an empty library is <FUNCTIONS/>).",
+          Variant(libraryPath));
     auto library = MakeRef<XMLWrapper>();
-    library->OpenXMLDocument(FileSystemWrapper::BuildPath(jobConfPath, "functionh.xml"));
+    library->OpenXMLDocument(libraryPath);
     for (xmlNodePtr piece : library->GetNodesFromXPath("FUNCTIONS/*")) {
       AddCodeToEngine(XMLWrapper::NodeText(piece));
     }
@@ -171,22 +181,29 @@ void vbWrapper::LoadFunctions(const std::string& jobConfPath) {
 
 Variant vbWrapper::Evaluate(const std::string& evaluation, Transaction* transaction, const std::string& field,
                             bool forceEval) {
-  std::string text;
+  // The outermost evaluation reuses one buffer; a library function that
+  // evaluates again while it runs gets a buffer of its own.
+  std::string nested;
+  std::string& text = evaluationDepth_ == 0 ? buffer_ : nested;
+  ++evaluationDepth_;
+  struct DepthGuard {
+    int& depth;
+    ~DepthGuard() { --depth; }
+  } guard{evaluationDepth_};
   bool resolved = false;
   try {
     if (verboseLog_) WriteVerboseLog("PRERESOLUTION:", evaluation);
     if (functions_) functions_->SetCurrentTransaction(Ref<Transaction>(transaction));
-    text.reserve(evaluation.size() + 32);
     ResolveInto(evaluation, transaction, text);
     resolved = true;
     if (CodeNeedsWrapper(text)) {
       std::string functionName = field;
       AddCode(functionName, text);
-      text = std::move(functionName);
+      text.assign(functionName);
     }
     if (verboseLog_) WriteVerboseLog("POSTRESOLUTION:", text);
-    Variant result = SimpleEvaluate(Variant(text));
-    if (verboseLog_) WriteVerboseLog("POSTEVALUATION:", result.IsArray() ? std::string() : result.ToString());
+    Variant result = EvaluateText(text);
+    if (verboseLog_) WriteVerboseValue("POSTEVALUATION:", result);
     return result;
   } catch (...) {
     // A failed substitution leaves nothing resolved to show: the expression
@@ -209,12 +226,21 @@ Variant vbWrapper::Evaluate(const std::string& evaluation, Transaction* transact
 }
 
 Variant vbWrapper::SimpleEvaluate(const Variant& expression) {
+  if (expression.IsString()) return EvaluateText(expression.StringValue());
+  std::string text;
   try {
-    vbs::Engine& engine = RequireEngine();
-    if (expression.IsString()) return engine.Eval(expression.StringValue());
-    return engine.Eval(expression.ToString());
+    text = expression.ToString();
   } catch (...) {
-    RethrowWithEngineDetails(engine_.get(), "vbWrapper.SimpleEvaluate(vExpression)", {expression});
+    ErrorInRethrow("vbWrapper.SimpleEvaluate(vExpression)", {expression});
+  }
+  return EvaluateText(text);
+}
+
+Variant vbWrapper::EvaluateText(std::string_view expression) {
+  try {
+    return RequireEngine().Eval(expression);
+  } catch (...) {
+    RethrowWithEngineDetails(engine_.get(), "vbWrapper.SimpleEvaluate(vExpression)", {Variant(expression)});
   }
 }
 
@@ -430,6 +456,16 @@ void vbWrapper::CloseWrapper() {
   } catch (...) {
   }
   functions_ = nullptr;
+}
+
+void vbWrapper::WriteVerboseValue(std::string_view label, const Variant& value) {
+  // A value without text (Null, an array, an object) logs as empty text.
+  std::string text;
+  try {
+    if (!value.IsNull()) text = value.ToString();
+  } catch (...) {
+  }
+  WriteVerboseLog(label, text);
 }
 
 void vbWrapper::WriteVerboseLog(std::string_view label, std::string_view text) {

@@ -11,7 +11,11 @@
 //
 // Initialize creates the engine, loads functionh.xml from the job
 // configuration folder into it and publishes the Functions library as
-// "objFunctions" with its members as bare names. One wrapper serves one
+// "objFunctions" with its members as bare names. The folders (job
+// configuration, debug) are the thread's session's, or without a session
+// those of appconfig.xml in the configuration folder, so hosts without a job
+// see the same library. With the verbose flag each evaluation logs its steps
+// to the file named " " in the debug folder. One wrapper serves one
 // transform on one thread; two wrappers share nothing. The wrapper owns its
 // engine and its Functions object; the IEvent it is given is borrowed and must
 // outlive it. CloseWrapper (or destruction) releases the engine.
@@ -20,7 +24,9 @@
 // evaluating field [...] on transaction type [...]. ..." holding the resolved
 // text and the engine's message with line and column; substitution failures
 // read "Error resolving formula. ...". An unknown field is 8103, an unclosed
-// `%[` 9651.
+// `%[` 9651, a `%` ending the text 5; a missing functionh.xml is 7705 naming
+// its path. A failure inside the engine carries the engine's details (source
+// line, caret, line and column; see EEScriptControl) behind its description.
 #pragma once
 
 #include <array>
@@ -87,6 +93,9 @@ class vbWrapper {
   void LoadFunctions(const std::string& jobConfPath);
   void AddCodeToEngine(const std::string& code);
   void WriteVerboseLog(std::string_view label, std::string_view text);
+  void WriteVerboseValue(std::string_view label, const Variant& value);
+  // SimpleEvaluate of text at hand.
+  Variant EvaluateText(std::string_view expression);
   // Substitution into `out`; on failure `out` holds the text as far as the
   // scan got.
   void ResolveInto(std::string_view evaluation, Transaction* transaction, std::string& out);
@@ -106,6 +115,10 @@ class vbWrapper {
   std::string logHandle_;
   IEvent* event_ = nullptr;
   std::unique_ptr<vbs::Engine> engine_;
+  // The working text of the outermost Evaluate, kept to save an allocation
+  // per record.
+  std::string buffer_;
+  int evaluationDepth_ = 0;
 };
 
 }  // namespace tessel

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <memory>
 
+#include "audit/HuntErr.h"
 #include "core/Error.h"
 #include "scripting/EEScriptControl.h"
 #include "scripting/Functions.h"
@@ -144,6 +145,14 @@ TEST_F(ScriptHostTest, FailedSubstitutionsReachTheJobInsideBothTemplates) {
                   "Error resolving formula. Field [Nope] does not exist in transaction [ORDER].\r\n"))
       << unknown.description();
 
+  const Error inEvaluate = CatchError([&] { Eval("%A + %Nope", "Total"); });
+  EXPECT_EQ(inEvaluate.number(), 8103);
+  // What the audit log shows of it: both templates, one around the other.
+  EXPECT_EQ(ShortDescription(inEvaluate),
+            "Error whilst evaluating field [Total] on transaction type [ORDER]. \r\n"
+            "Resolved Function - %A + %Nope \r\n"
+            "Error - Error resolving formula. Field [Nope] does not exist in transaction [ORDER].");
+
   const Error unclosed = CatchError([&] { Eval("%[Name + 1", "Total"); });
   EXPECT_EQ(unclosed.number(), vbWrapper::kUnenclosedFieldName);
   EXPECT_TRUE(Has(unclosed.description(),
@@ -163,6 +172,12 @@ TEST_F(ScriptHostTest, EngineFailuresCarryTheEnginesDetails) {
   EXPECT_TRUE(Has(error.description(), "Resolved Function - 1 +* 2 \r\nError - ")) << error.description();
   EXPECT_TRUE(Has(error.description(), "Source Line: 1 +* 2\r\n")) << error.description();
   EXPECT_TRUE(Has(error.description(), " Line=1 Pos=")) << error.description();
+
+  // Wrapped code that does not compile fails in AddCode, with its line.
+  const Error wrapped = CatchError([&] { Eval("x = (1 +\nx", "Total"); });
+  EXPECT_TRUE(Has(wrapped.description(), "Resolved Function - x = (1 +\nx \r\n")) << wrapped.description();
+  EXPECT_TRUE(Has(wrapped.description(), "Source Line: x = (1 +")) << wrapped.description();
+  EXPECT_TRUE(Has(wrapped.description(), " Line=3 Pos=")) << wrapped.description();
 
   const Error runtime = CatchError([&] { Eval("1 / 0"); });
   EXPECT_EQ(runtime.number(), 11);
@@ -244,7 +259,8 @@ TEST_F(ScriptHostTest, ABrokenOrMissingLibraryStopsTheWrapper) {
   vbWrapper missing;
   const Error error = CatchError([&] { missing.Initialize("T1", false, nullptr, 60); });
   EXPECT_EQ(error.number(), 7705);
-  EXPECT_TRUE(Has(error.description(), env.FunctionLibraryPath().string())) << error.description();
+  EXPECT_TRUE(Has(error.description(), "Could not open file [" + env.FunctionLibraryPath().string() + "]"))
+      << error.description();
 }
 
 TEST_F(ScriptHostTest, AfterCloseTheWrapperRefusesWork) {
@@ -260,16 +276,31 @@ TEST_F(ScriptHostTest, TheVerboseLogShowsEachStep) {
     host.Initialize("T1", true, nullptr, 60);
     EXPECT_EQ(host.Evaluate("%A + 1", order.get(), "F").ToLong(), 2);
   }
-  // The log is UTF-16 text with a byte-order mark; its content here is ASCII.
+  {
+    // A later wrapper appends to the same log.
+    vbWrapper host;
+    host.Initialize("T2", true, nullptr, 60);
+    EXPECT_EQ(host.Evaluate("%B * 3", order.get(), "F").ToLong(), 6);
+    // Values without text log as empty text and do not disturb the result.
+    EXPECT_TRUE(host.Evaluate("Null", order.get(), "F").IsNull());
+    EXPECT_TRUE(host.Evaluate("Array(1, 2)", order.get(), "F").IsArray());
+  }
+  // The log is UTF-16 text with one byte-order mark; its content here is ASCII.
   std::string bytes = test::ReadFileText(env.DebugPath() / " ");
   ASSERT_GE(bytes.size(), 2u);
   EXPECT_EQ(bytes.substr(0, 2), "\xFF\xFE");
+  EXPECT_EQ(bytes.find("\xFF\xFE", 2), std::string::npos);
   std::string text;
   for (size_t i = 2; i + 1 < bytes.size(); i += 2) text.push_back(bytes[i]);
   EXPECT_TRUE(Has(text, "\tPRERESOLUTION:\t%A + 1\r\n")) << text;
   EXPECT_TRUE(Has(text, "\tPOSTRESOLUTION:\t1 + 1\r\n")) << text;
   EXPECT_TRUE(Has(text, "\tPOSTEVALUATION:\t2\r\n")) << text;
   EXPECT_LT(text.find("PRERESOLUTION"), text.find("POSTEVALUATION"));
+  EXPECT_TRUE(Has(text, "\tPOSTRESOLUTION:\t2 * 3\r\n")) << text;
+  EXPECT_LT(text.find("POSTEVALUATION:\t2"), text.find("PRERESOLUTION:\t%B"));
+  EXPECT_TRUE(Has(text, "\tPOSTEVALUATION:\t\r\n")) << text;
+  // Each line starts with the date and time.
+  EXPECT_EQ(text.find('\t'), std::string("yyyy-mm-dd hh:mm:ss").size());
 }
 
 // --- Hosts without a job ------------------------------------------------------------------------
@@ -324,13 +355,13 @@ TEST(EEScriptControlTest, TheCaretStandsUnderTheFailingColumn) {
 
 TEST(EEScriptControlTest, ARuntimeErrorInCodeHasItsLine) {
   vbs::Engine engine;
-  EXPECT_ANY_THROW(engine.AddCode("a = 1\nb = a / 0\n"));
-  const std::string text = EEScriptControl().Extract(engine);
-  EXPECT_TRUE(Has(text, "Description: Division by zero\r\n")) << text;
-  EXPECT_TRUE(Has(text, " Line=2 Pos=")) << text;
-  if (engine.Error().Column() == 0) {
-    EXPECT_TRUE(Has(text, std::string(13, ' ') + " Line=2 Pos=0\r\n")) << text;
-  }
+  EXPECT_ANY_THROW(engine.AddCode("a = 1\nSub S()\n\tb = a / 0\nEnd Sub\nS\n"));
+  ASSERT_EQ(engine.Error().Column(), 2);
+  EXPECT_EQ(EEScriptControl().Extract(engine),
+            "Description: Division by zero\r\n"
+            "Source Line:  b = a / 0\r\n"
+            ".             ^\r\n"
+            " Line=3 Pos=2\r\n");
 }
 
 }  // namespace
