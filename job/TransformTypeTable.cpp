@@ -4,6 +4,9 @@
 #include "input/TransformRead.h"
 #include "job/ITransformController.h"
 #include "output/TransformWrite.h"
+#include "transforms/TransformFilter.h"
+#include "transforms/TransformFlatten.h"
+#include "transforms/TransformMap.h"
 
 namespace tessel {
 
@@ -26,6 +29,9 @@ TransformTypeTable TransformTypeTable::Standard() {
   for (const auto& [type, name] : known) table.RegisterNotBuilt(type, name);
   table.Register(1, "TransformRead", [] { return std::make_shared<TransformRead>(); });
   table.Register(2, "TransformWrite", [] { return std::make_shared<TransformWrite>(); });
+  table.Register(3, "TransformFlatten", [] { return std::make_shared<TransformFlatten>(); });
+  table.Register(5, "TransformMap", [] { return std::make_shared<TransformMap>(); });
+  table.Register(13, "TransformFilter", [] { return std::make_shared<TransformFilter>(); });
   return table;
 }
 

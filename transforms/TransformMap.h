@@ -1,0 +1,82 @@
+// TransformMap: gives the fields of every record their new values.
+//
+// Process first renames the incoming data to this definition's names
+// (TransactionRenamer: imptranid on a RECORD, impname on a FIELD), then walks
+// the whole record tree, children before their parent. A record without any
+// value or child record is deleted. For every other record each field with a
+// formula (attribute value) is computed: with eval set the formula is script
+// code evaluated through the vbWrapper, otherwise it is literal text with `%`
+// field references substituted. A non-empty result overwrites the field; an
+// empty one leaves it as it was, so a map never blanks a field. Fields are
+// written one at a time, so a formula sees the new values of the fields
+// before it and the old values of those after it.
+//
+// A failure while working on a record is logged as an audit entry with
+// reason code "9650" through IEvent::OnError. With the transform's error
+// action 2 or 3 the work goes on with the next step: a formula that failed
+// leaves its own text in the field. With any other action the failure ends
+// the transform. A failure of the walk itself (the cursor) always ends it.
+//
+// Ownership: the factory and its data document belong to the coordinator;
+// the transform owns its selector and script host; the event sink is
+// borrowed for the run. The script host is closed when the transform goes.
+//
+// Errors: 457 for a field named twice in one record of the definition; the
+// script host's errors (8103 unknown field, 9651 unclosed field name, the
+// engine's own) under the rules above.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <unordered_set>
+
+#include "job/ITransformController.h"
+
+namespace tessel {
+
+class Transaction;
+class TransactionSelector;
+class vbWrapper;
+
+class TransformMap : public ITransformController {
+ public:
+  // Reason code of the audit entry of a failed record.
+  static constexpr const char* kErrorReasonCode = "9650";
+
+  TransformMap();
+  ~TransformMap() override;
+
+  Ref<XMLWrapper> TransformedData() override;
+  std::shared_ptr<tessel::TransformDefinition> TransformDefinition() override;
+  std::shared_ptr<tessel::TransactionFactory> TransactionFactory() override;
+  void CreateController(std::shared_ptr<tessel::TransformDefinition> previous, IEvent& event,
+                        std::shared_ptr<tessel::TransactionFactory> factory, bool testMode) override;
+  void Process() override;
+
+ private:
+  void InitialiseCacheData();
+  void RenameDataFields();
+  void OpenTransactionSelector();
+  void PerformTransform();
+  // Handler of a failure in PerformTransform, called while it is in flight:
+  // logs it and returns when the work is to go on, else raises it again.
+  void HandleRecordError(Transaction* record, bool walkFailed = false);
+  void LogTransformError(Transaction* record, const std::string& reason);
+  bool ContinuesOnError() const { return errorAction_ == 2 || errorAction_ == 3; }
+
+  // Per record id: the fields evaluated as script, and the formulas.
+  std::unordered_map<std::string, std::unordered_set<std::string>> evaluated_;
+  std::unordered_map<std::string, std::unordered_map<std::string, std::string>> formulas_;
+  std::string transformId_;
+  std::shared_ptr<tessel::TransformDefinition> definition_;
+  std::shared_ptr<tessel::TransformDefinition> previous_;
+  std::shared_ptr<tessel::TransactionFactory> factory_;
+  Ref<TransactionSelector> selector_;
+  IEvent* event_ = nullptr;
+  int32_t errorAction_ = 0;
+  std::unique_ptr<vbWrapper> script_;
+};
+
+}  // namespace tessel
