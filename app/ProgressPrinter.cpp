@@ -35,7 +35,9 @@ void ProgressPrinter::TransformFinished(const std::string& transformId, bool fai
   Row row{transformId, failed, Seconds(), tally};
   out_ << "transform " << transformId << (failed ? " FAILED" : " done") << " in " << std::fixed
        << std::setprecision(3) << row.seconds << " s: " << tally.processed << " processed, " << tally.inserted
-       << " inserted, " << tally.errors << " errors";
+       << " inserted, ";
+  if (tally.deleted != 0) out_ << tally.deleted << " deleted, ";
+  out_ << tally.errors << " errors";
   if (failed) out_ << "\n  " << message;
   out_ << '\n' << std::flush;
   rows_.push_back(std::move(row));
@@ -44,12 +46,12 @@ void ProgressPrinter::TransformFinished(const std::string& transformId, bool fai
 void ProgressPrinter::PrintSummary() {
   if (rows_.empty()) return;
   out_ << std::left << std::setw(24) << "transform" << std::right << std::setw(12) << "processed" << std::setw(12)
-       << "inserted" << std::setw(10) << "updated" << std::setw(9) << "errors" << std::setw(10) << "warnings"
+       << "inserted" << std::setw(10) << "updated" << std::setw(10) << "deleted" << std::setw(9) << "errors" << std::setw(10) << "warnings"
        << std::setw(11) << "seconds" << '\n';
   for (const Row& row : rows_) {
     out_ << std::left << std::setw(24) << (row.transformId + (row.failed ? " (failed)" : "")) << std::right
          << std::setw(12) << row.tally.processed << std::setw(12) << row.tally.inserted << std::setw(10)
-         << row.tally.updated << std::setw(9) << row.tally.errors << std::setw(10) << row.tally.warnings
+         << row.tally.updated << std::setw(10) << row.tally.deleted << std::setw(9) << row.tally.errors << std::setw(10) << row.tally.warnings
          << std::setw(11) << std::fixed << std::setprecision(3) << row.seconds << '\n';
   }
   out_ << std::flush;
