@@ -548,6 +548,12 @@ void Machine::ExecConst(const ConstStmt& s, Frame& f) {
     Variant v = Eval(*value, f);
     if (n.scope == NameScope::Local) {
       *f.refs[n.index] = std::move(v);
+    } else if (n.scope != NameScope::Dynamic) {
+      // A Const in text an Execute runs inside a procedure belongs to that
+      // call, like a Dim there.
+      Variant* var = VariableRef(n, f);
+      if (!var) ThrowNamed(1041, n.name);
+      *var = std::move(v);
     } else {
       GlobalEntry& e = Declare(n.lower, n.name);
       e.kind = GlobalEntry::Constant;

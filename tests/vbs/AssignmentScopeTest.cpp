@@ -147,6 +147,28 @@ TEST(VbsExecute, ProceduresDefinedInsideAProcedureSeeGlobals) {
   EXPECT_EQ(Typed(e, "got"), "String:Global/Global/Local");
 }
 
+// Execute runs its text in the scope of the procedure that runs it, so a
+// Const there is a constant of that call, like a Dim.
+TEST(VbsExecute, ConstInsideAProcedureStaysLocal) {
+  Engine e;
+  e.AddCode(
+      "Dim seen\n"
+      "Function Run()\n"
+      "  Execute \"Const kLocal = 42\"\n"
+      "  Execute \"seen = kLocal + 1\"\n"
+      "  Run = Eval(\"kLocal\")\n"
+      "End Function\n"
+      "Function Again() : Again = IsEmpty(Eval(\"kLocal\")) : End Function\n"
+      "Execute \"Const kTop = 7\"");
+  EXPECT_EQ(Typed(e, "Run()"), "Integer:42");
+  EXPECT_EQ(Typed(e, "seen"), "Integer:43");
+  EXPECT_EQ(Typed(e, "Again()"), "Boolean:True");
+  EXPECT_EQ(ErrorOf(e, "Option Explicit\nDim probe : probe = kLocal"), 500);
+  // At top level Execute declares globals, constants included.
+  EXPECT_EQ(Typed(e, "kTop"), "Integer:7");
+  EXPECT_EQ(ErrorOf(e, "kTop = 8"), 501);
+}
+
 TEST(VbsExecute, DimAtTopLevelIsGlobal) {
   Engine e;
   e.AddCode("Execute \"Dim top : top = 1\"");
