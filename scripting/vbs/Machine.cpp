@@ -1181,29 +1181,12 @@ void Machine::AssignToVariable(Variant& var, Variant value, bool isSet) {
   if (isSet) {
     if (!value.IsObject()) ThrowRuntimeError(424);
   } else {
+    // Let takes the value of an object's default property and always
+    // replaces what the variable held, an object included: the target's
+    // default property is never assigned.
     if (value.IsObject()) value = value.Dereference();
-    // Let to a variable that holds an object with a default property assigns
-    // that property; the variable keeps the object.
-    if (var.IsObject() && var.ObjectPtr() && LetDefault(var, value)) return;
   }
   var = std::move(value);
-}
-
-bool Machine::LetDefault(const Variant& holder, const Variant& value) {
-  Ref<Object> object = holder.ObjectRef();
-  Variant arg = value;
-  if (auto* so = dynamic_cast<ScriptObject*>(object.get())) {
-    if (so->Class().defaultMember < 0) return false;
-    so->Invoke(kDispIdDefault, InvokeKind::PropertyLet, std::span<Variant>(&arg, 1));
-    return true;
-  }
-  try {
-    object->Invoke(kDispIdDefault, InvokeKind::PropertyLet, std::span<Variant>(&arg, 1));
-  } catch (const Error& e) {
-    if (e.number() == 438) return false;  // no default property: the value replaces the object
-    throw;
-  }
-  return true;
 }
 
 Variant* Machine::VariableRef(NameExpr& n, Frame& f) {
