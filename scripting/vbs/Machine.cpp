@@ -1494,9 +1494,9 @@ Variant Machine::CallProc(const FunctionProto& p, ScriptObject* me, const ExprLi
     int& d;
     ~Leave() { --d; }
   } leave{depth_};
+  // Err is not cleared when the procedure returns: an error a procedure
+  // resumed past stays visible to its caller.
   ExecBlock(p.body, f);
-  // Leaving a procedure that handles its own errors clears Err.
-  if (f.resumeNext) err_->Clear();
   if (p.resultSlot >= 0) return std::move(buffer.slots[p.resultSlot]);
   return Variant();
 }

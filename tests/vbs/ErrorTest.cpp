@@ -100,9 +100,12 @@ TEST(VbsError, OnErrorResumeNextIsPerProcedure) {
   EXPECT_EQ(Typed(e, "Safe()"), "Long:11");
   EXPECT_EQ(EvalErrorOf(e, "Unsafe()"), 11);
   EXPECT_EQ(Typed(e, "Caller()"), "String:11:True");
-  // Leaving a procedure with its own handler clears Err.
+  // Returning from a procedure that resumed past an error leaves the error
+  // in Err for the caller; the caller's own On Error statement clears it.
   e.AddCode("On Error Resume Next\nDim afterSafe : Safe : afterSafe = Err.Number");
-  EXPECT_EQ(Typed(e, "afterSafe"), "Long:0");
+  EXPECT_EQ(Typed(e, "afterSafe"), "Long:11");
+  e.AddCode("Dim afterReset : Safe : On Error Resume Next : afterReset = Err.Number");
+  EXPECT_EQ(Typed(e, "afterReset"), "Long:0");
 }
 
 TEST(VbsError, OnErrorGotoZeroRestoresFailures) {
