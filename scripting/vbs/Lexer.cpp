@@ -376,11 +376,18 @@ void Lexer::LexHexOctal(Token& t) {
   }
   t.kind = TokenKind::Integer;
   t.source = src_.substr(start, pos_ - start);
+  // Without the & suffix four digits wrap as an Integer (&HFFFF is -1); with
+  // it the digits are a 32-bit value, which is still an Integer when it fits
+  // one (&H10& and &HFFFFFFFF& are Integers, &HFFFF& is the Long 65535).
+  const int32_t asLong = static_cast<int32_t>(static_cast<uint32_t>(value));
   if (value <= 0xFFFF && !forceLong) {
     t.integer = static_cast<int16_t>(static_cast<uint16_t>(value));
     t.isLong = false;
+  } else if (forceLong && asLong >= INT16_MIN && asLong <= INT16_MAX) {
+    t.integer = asLong;
+    t.isLong = false;
   } else {
-    t.integer = static_cast<int32_t>(static_cast<uint32_t>(value));
+    t.integer = asLong;
     t.isLong = true;
   }
 }

@@ -1137,7 +1137,9 @@ class ParserImpl {
     } else if (tok_.kind == TokenKind::Minus || tok_.kind == TokenKind::Plus) {
       UnaryOp op = tok_.kind == TokenKind::Minus ? UnaryOp::Neg : UnaryOp::Plus;
       Advance();
-      left = MakeUnary(op, ParseExpr(13), line, column);
+      // A sign binds tighter than every binary operator, ^ included:
+      // -3^2 is (-3)^2.
+      left = MakeUnary(op, ParsePowOperand(), line, column);
     } else {
       left = ParsePostfix();
     }
