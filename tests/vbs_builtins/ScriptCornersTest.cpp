@@ -225,6 +225,10 @@ TEST(ScriptCorners, RoundingConversionsAndSign) {
                      {"Round(False, 1)", "Boolean:False"},
                      {"Sgn(-32769)", "Integer:-1"},
                      {"Sgn(Empty)", "Integer:0"},
+                     {"CBool(\"#TRUE#\")", "Boolean:True"},
+                     {"CBool(\" #false# \")", "Boolean:False"},
+                     {"Not \"#FALSE#\"", "Boolean:True"},
+                     {"CBool(\"0.1\")", "Boolean:True"},
                      {"Abs(Null)", "Null:Null"},
                  });
   CheckErrors(e, {
@@ -233,6 +237,8 @@ TEST(ScriptCorners, RoundingConversionsAndSign) {
                      {"CByte(\"-1\")", 6},
                      {"CInt(\"\")", 13},
                      {"Sgn(Null)", 94},
+                     {"CByte(\"#TRUE#\")", 13},
+                     {"CBool(\"\")", 13},
                  });
 }
 
