@@ -114,6 +114,34 @@ TEST(VbsError, OnErrorGotoZeroRestoresFailures) {
   EXPECT_EQ(e.Error().Line(), 4);
 }
 
+// Err.Raise without some arguments takes them from an error Err still holds;
+// numbers must be 16-bit codes or failure codes, and the runtime's own
+// failure codes raise the runtime error they stand for.
+TEST(VbsError, ErrRaiseKeepsWhatErrStillHolds) {
+  Engine e;
+  e.AddCode(
+      "Dim kept, fresh, codes, mapped\n"
+      "On Error Resume Next\n"
+      "Err.Raise 1, \"Src\", \"desc\", \"help.chm\", 7\n"
+      "Err.Raise 5\n"
+      "kept = Err.Number & \"|\" & Err.Source & \"|\" & Err.Description & \"|\" & Err.HelpFile & \"|\" & "
+      "Err.HelpContext\n"
+      "Err.Clear\n"
+      "Err.Raise 5\n"
+      "fresh = Err.Source & \"|\" & Err.Description & \"|\" & Err.HelpContext\n"
+      "Err.Clear : Err.Raise 0 : codes = Err.Number\n"
+      "Err.Clear : Err.Raise &H10000& : codes = codes & \",\" & Err.Number\n"
+      "Err.Clear : Err.Raise &H8000 : codes = codes & \",\" & Err.Number\n"
+      "Err.Clear : Err.Raise -3000000000 : codes = codes & \",\" & Err.Number\n"
+      "Err.Clear : Err.Raise &H8007000E& : mapped = Err.Number & \"|\" & Err.Description\n"
+      "Err.Clear : Err.Raise &H800A000B& : mapped = mapped & \"|\" & Err.Number\n"
+      "Err.Clear : Err.Raise vbObjectError + 340 : mapped = mapped & \"|\" & (Err.Number = vbObjectError + 340)");
+  EXPECT_EQ(Typed(e, "kept"), "String:5|Src|desc|help.chm|7");
+  EXPECT_EQ(Typed(e, "fresh"), "String:Microsoft VBScript runtime error|Invalid procedure call or argument|0");
+  EXPECT_EQ(Typed(e, "codes"), "String:5,5,-32768,6");
+  EXPECT_EQ(Typed(e, "mapped"), "String:7|Out of memory|11|True");
+}
+
 TEST(VbsError, ErrRaiseAndClear) {
   Engine e;
   e.AddCode(
