@@ -261,9 +261,13 @@ void Lexer::Next(Token& t) {
       if (pos_ + 1 < src_.size() && src_[pos_ + 1] == '=') return single(TokenKind::Ge, 2);
       return single(TokenKind::Gt);
     case '&':
-      if (pos_ + 1 < src_.size()) {
+      if (pos_ + 2 < src_.size()) {
+        // &H and &O start a number only when a digit follows; otherwise the
+        // & joins strings and a name follows ("x" &hi).
         const char n = Lower(src_[pos_ + 1]);
-        if (n == 'h' || n == 'o') return LexHexOctal(t);
+        const char d = Lower(src_[pos_ + 2]);
+        const bool hexDigit = std::isdigit(static_cast<unsigned char>(d)) || (d >= 'a' && d <= 'f');
+        if ((n == 'h' && hexDigit) || (n == 'o' && d >= '0' && d <= '7')) return LexHexOctal(t);
       }
       return single(TokenKind::Amp);
     case '"': return LexString(t);

@@ -19,6 +19,9 @@ TEST(VbsExpression, LiteralsKeepTheirSubtypes) {
   EXPECT_EQ(Typed(e, "&HFFFF&"), "Long:65535");
   EXPECT_EQ(Typed(e, "&HFFFF"), "Integer:-1");
   EXPECT_EQ(Typed(e, "&HDEADBEEF&"), "Long:-559038737");
+  // &H or &O without a digit after it is the & operator before a name.
+  e.AddCode("Dim hi, obj : hi = \"y\" : obj = \"z\"");
+  EXPECT_EQ(Typed(e, "\"x\" &hi & \"-\" &obj"), "String:xy-z");
   EXPECT_EQ(Typed(e, "&O17"), "Integer:15");
   EXPECT_EQ(Typed(e, "\"a\"\"b\""), "String:a\"b");
   EXPECT_EQ(Typed(e, "True"), "Boolean:True");

@@ -133,7 +133,6 @@ TEST(ScriptCorners, IsNumericOfTexts) {
                      {"IsNumeric(\"1,000\")", "Boolean:True"},
                      {"IsNumeric(\"-1.5\")", "Boolean:True"},
                      {"IsNumeric(\".5\")", "Boolean:True"},
-                     {"IsNumeric(\"$1\")", "Boolean:False"},
                      {"IsNumeric(\"\")", "Boolean:False"},
                      {"IsNumeric(\"12abc\")", "Boolean:False"},
                      {"IsNumeric(\"1 2\")", "Boolean:False"},
