@@ -458,14 +458,9 @@ class ParserImpl {
   }
 
   void AddClassProcedure(ClassDef& cls, FunctionProto* proto) {
-    if (proto->lower == "class_initialize") {
-      cls.initialize = proto;
-      return;
-    }
-    if (proto->lower == "class_terminate") {
-      cls.terminate = proto;
-      return;
-    }
+    // The event handlers are also ordinary methods a script may call.
+    if (proto->lower == "class_initialize") cls.initialize = proto;
+    if (proto->lower == "class_terminate") cls.terminate = proto;
     int index = cls.Find(proto->lower);
     if (index < 0) {
       index = static_cast<int>(cls.members.size());
