@@ -304,8 +304,9 @@ bool Variant::ToBool() const {
     case VarType::Object: return Dereference().ToBool();
     case VarType::String: {
       std::string_view s = Trim(u_.str->text);
-      if (EqualsNoCase(s, "true")) return true;
-      if (EqualsNoCase(s, "false")) return false;
+      // "#TRUE#" and "#FALSE#" are how Booleans are written to files.
+      if (EqualsNoCase(s, "true") || EqualsNoCase(s, "#true#")) return true;
+      if (EqualsNoCase(s, "false") || EqualsNoCase(s, "#false#")) return false;
       return NumberFromText(u_.str->text) != 0;
     }
     default: ThrowTypeMismatch();

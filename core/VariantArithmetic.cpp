@@ -266,11 +266,12 @@ Logic ToLogic(const Variant& v) {
       std::string_view s = v.StringValue();
       while (!s.empty() && s.front() == ' ') s.remove_prefix(1);
       while (!s.empty() && s.back() == ' ') s.remove_suffix(1);
-      if (s.size() == 4 || s.size() == 5) {
+      if (s.size() >= 4 && s.size() <= 7) {
         std::string lower;
         for (char c : s) lower.push_back(static_cast<char>(c >= 'A' && c <= 'Z' ? c + 32 : c));
-        if (lower == "true") return {Logic::Bool, -1};
-        if (lower == "false") return {Logic::Bool, 0};
+        // "#TRUE#" and "#FALSE#" are how Booleans are written to files.
+        if (lower == "true" || lower == "#true#") return {Logic::Bool, -1};
+        if (lower == "false" || lower == "#false#") return {Logic::Bool, 0};
       }
       return {Logic::Long, v.ToLong()};
     }

@@ -36,7 +36,7 @@ inline bool BoolArg(const Variant* args, int argc, int index, bool fallback) {
 inline bool TextCompareArg(const Variant* args, int argc, int index) {
   if (!HasArg(args, argc, index)) return false;
   int32_t mode = args[index].ToLong();
-  if (mode < 0) ThrowRuntimeError(5);
+  if (mode != 0 && mode != 1) ThrowRuntimeError(5);
   return mode == 1;
 }
 

@@ -104,7 +104,7 @@ Variant Split(BuiltinContext&, const Variant* args, int argc) {
 Variant Join(BuiltinContext&, const Variant* args, int argc) {
   Variant holder;
   const SafeArray& array = ArrayArg(args[0], holder);
-  if (array.Dimensions() != 1) InvalidArgument();
+  if (array.Dimensions() != 1) ThrowRuntimeError(13);
   if (HasArg(args, argc, 1) && args[1].IsNull()) ThrowRuntimeError(94);
   std::string delimiter = HasArg(args, argc, 1) ? TextArg(args[1]) : std::string(" ");
   std::string out;
@@ -114,6 +114,8 @@ Variant Join(BuiltinContext&, const Variant* args, int argc) {
     first = false;
     if (element.IsString()) {
       out += element.StringValue();
+    } else if (element.IsNull() || element.IsArray()) {
+      ThrowRuntimeError(13);  // an element must convert to text; Null does not
     } else {
       out += TextArg(element);
     }

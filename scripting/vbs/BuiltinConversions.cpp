@@ -176,8 +176,7 @@ Variant RoundValue(const Variant& arg, int32_t digits) {
       return v;
     case VarType::Empty:
       return Variant::FromInteger(0);
-    case VarType::Boolean:
-      return Variant::FromInteger(v.BooleanValue() ? -1 : 0);
+    case VarType::Boolean:  // Round keeps a Boolean a Boolean
     case VarType::Integer:
     case VarType::Long:
     case VarType::Byte:

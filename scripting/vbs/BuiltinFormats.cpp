@@ -37,6 +37,14 @@ Options ReadOptions(const Variant* args, int argc, bool parensDefault) {
                  TristateArg(args, argc, 3, parensDefault), TristateArg(args, argc, 4, true)};
 }
 
+// The value the Format functions format, an object's default value read
+// once: Null is a type mismatch here, where a Null option is 94.
+Variant FormattedValue(const Variant& arg) {
+  Variant v = ArgValue(arg);
+  if (v.IsNull()) ThrowRuntimeError(13);
+  return v;
+}
+
 std::string Signed(bool negative, bool parens, std::string body) {
   if (!negative) return body;
   return parens ? "(" + body + ")" : "-" + body;
@@ -83,25 +91,23 @@ namespace builtins {
 
 Variant FormatNumber(BuiltinContext&, const Variant* args, int argc) {
   Options o = ReadOptions(args, argc, false);
-  return Variant(FormatNumberText(NumberDigits(args[0]), o.digits, o.leading, o.parens, o.group));
+  return Variant(FormatNumberText(NumberDigits(FormattedValue(args[0])), o.digits, o.leading, o.parens, o.group));
 }
 
 Variant FormatCurrency(BuiltinContext&, const Variant* args, int argc) {
   Options o = ReadOptions(args, argc, true);
-  return Variant(FormatCurrencyText(NumberDigits(args[0]), o.digits, o.leading, o.parens, o.group));
+  return Variant(FormatCurrencyText(NumberDigits(FormattedValue(args[0])), o.digits, o.leading, o.parens, o.group));
 }
 
 Variant FormatPercent(BuiltinContext&, const Variant* args, int argc) {
   Options o = ReadOptions(args, argc, false);
-  return Variant(FormatPercentText(NumberDigits(args[0]), o.digits, o.leading, o.parens, o.group));
+  return Variant(FormatPercentText(NumberDigits(FormattedValue(args[0])), o.digits, o.leading, o.parens, o.group));
 }
 
 Variant FormatDateTime(BuiltinContext&, const Variant* args, int argc) {
   int32_t kind = LongArg(args, argc, 1, 0);
   if (kind < 0 || kind > 4) ThrowRuntimeError(5);
-  Variant v = ArgValue(args[0]);
-  if (v.IsNull()) ThrowRuntimeError(94);
-  double serial = DateArg(v);
+  double serial = DateArg(FormattedValue(args[0]));
   switch (kind) {
     case 1:
       return Variant(LongDateText(serial));

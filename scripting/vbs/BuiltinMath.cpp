@@ -81,7 +81,7 @@ Variant Sqr(BuiltinContext&, const Variant* args, int) {
 
 Variant Sgn(BuiltinContext&, const Variant* args, int) {
   Variant v = ArgValue(args[0]);
-  if (v.IsNull()) return v;
+  if (v.IsNull()) ThrowRuntimeError(94);  // unlike Abs, Int and Fix, Sgn does not pass Null on
   if (v.IsEmpty()) return Variant::FromInteger(0);
   if (v.IsString()) v = Variant(v.ToDouble());
   CompareResult c = Compare(v, Variant::FromInteger(0));

@@ -132,6 +132,8 @@ Variant Right(BuiltinContext&, const Variant* args, int) {
 }
 
 Variant Mid(BuiltinContext&, const Variant* args, int argc) {
+  // A Null start or length fails before either is converted or checked.
+  if (args[1].IsNull() || (HasArg(args, argc, 2) && args[2].IsNull())) ThrowRuntimeError(94);
   int32_t start = args[1].ToLong();
   if (start <= 0) InvalidArgument();
   int64_t count = INT64_MAX;

@@ -261,9 +261,13 @@ void Lexer::Next(Token& t) {
       if (pos_ + 1 < src_.size() && src_[pos_ + 1] == '=') return single(TokenKind::Ge, 2);
       return single(TokenKind::Gt);
     case '&':
-      if (pos_ + 1 < src_.size()) {
+      if (pos_ + 2 < src_.size()) {
+        // &H and &O start a number only when a digit follows; otherwise the
+        // & joins strings and a name follows ("x" &hi).
         const char n = Lower(src_[pos_ + 1]);
-        if (n == 'h' || n == 'o') return LexHexOctal(t);
+        const char d = Lower(src_[pos_ + 2]);
+        const bool hexDigit = std::isdigit(static_cast<unsigned char>(d)) || (d >= 'a' && d <= 'f');
+        if ((n == 'h' && hexDigit) || (n == 'o' && d >= '0' && d <= '7')) return LexHexOctal(t);
       }
       return single(TokenKind::Amp);
     case '"': return LexString(t);
@@ -376,11 +380,18 @@ void Lexer::LexHexOctal(Token& t) {
   }
   t.kind = TokenKind::Integer;
   t.source = src_.substr(start, pos_ - start);
+  // Without the & suffix four digits wrap as an Integer (&HFFFF is -1); with
+  // it the digits are a 32-bit value, which is still an Integer when it fits
+  // one (&H10& and &HFFFFFFFF& are Integers, &HFFFF& is the Long 65535).
+  const int32_t asLong = static_cast<int32_t>(static_cast<uint32_t>(value));
   if (value <= 0xFFFF && !forceLong) {
     t.integer = static_cast<int16_t>(static_cast<uint16_t>(value));
     t.isLong = false;
+  } else if (forceLong && asLong >= INT16_MIN && asLong <= INT16_MAX) {
+    t.integer = asLong;
+    t.isLong = false;
   } else {
-    t.integer = static_cast<int32_t>(static_cast<uint32_t>(value));
+    t.integer = asLong;
     t.isLong = true;
   }
 }

@@ -548,6 +548,12 @@ void Machine::ExecConst(const ConstStmt& s, Frame& f) {
     Variant v = Eval(*value, f);
     if (n.scope == NameScope::Local) {
       *f.refs[n.index] = std::move(v);
+    } else if (n.scope != NameScope::Dynamic) {
+      // A Const in text an Execute runs inside a procedure belongs to that
+      // call, like a Dim there.
+      Variant* var = VariableRef(n, f);
+      if (!var) ThrowNamed(1041, n.name);
+      *var = std::move(v);
     } else {
       GlobalEntry& e = Declare(n.lower, n.name);
       e.kind = GlobalEntry::Constant;
@@ -1175,29 +1181,12 @@ void Machine::AssignToVariable(Variant& var, Variant value, bool isSet) {
   if (isSet) {
     if (!value.IsObject()) ThrowRuntimeError(424);
   } else {
+    // Let takes the value of an object's default property and always
+    // replaces what the variable held, an object included: the target's
+    // default property is never assigned.
     if (value.IsObject()) value = value.Dereference();
-    // Let to a variable that holds an object with a default property assigns
-    // that property; the variable keeps the object.
-    if (var.IsObject() && var.ObjectPtr() && LetDefault(var, value)) return;
   }
   var = std::move(value);
-}
-
-bool Machine::LetDefault(const Variant& holder, const Variant& value) {
-  Ref<Object> object = holder.ObjectRef();
-  Variant arg = value;
-  if (auto* so = dynamic_cast<ScriptObject*>(object.get())) {
-    if (so->Class().defaultMember < 0) return false;
-    so->Invoke(kDispIdDefault, InvokeKind::PropertyLet, std::span<Variant>(&arg, 1));
-    return true;
-  }
-  try {
-    object->Invoke(kDispIdDefault, InvokeKind::PropertyLet, std::span<Variant>(&arg, 1));
-  } catch (const Error& e) {
-    if (e.number() == 438) return false;  // no default property: the value replaces the object
-    throw;
-  }
-  return true;
 }
 
 Variant* Machine::VariableRef(NameExpr& n, Frame& f) {
@@ -1505,9 +1494,9 @@ Variant Machine::CallProc(const FunctionProto& p, ScriptObject* me, const ExprLi
     int& d;
     ~Leave() { --d; }
   } leave{depth_};
+  // Err is not cleared when the procedure returns: an error a procedure
+  // resumed past stays visible to its caller.
   ExecBlock(p.body, f);
-  // Leaving a procedure that handles its own errors clears Err.
-  if (f.resumeNext) err_->Clear();
   if (p.resultSlot >= 0) return std::move(buffer.slots[p.resultSlot]);
   return Variant();
 }

@@ -142,9 +142,6 @@ class Machine {
 
   void Assign(const Expr& target, Variant value, bool isSet, Frame& f);
   void AssignToVariable(Variant& var, Variant value, bool isSet);
-  // Let through the default property of the object `holder` holds; false
-  // when the object has none.
-  bool LetDefault(const Variant& holder, const Variant& value);
   // Storage of a variable or of an array element, nested ones included
   // (`a(1)(2)`); null when the expression denotes no storage.
   Variant* StorageRef(const Expr& e, Frame& f);

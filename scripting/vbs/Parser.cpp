@@ -458,14 +458,9 @@ class ParserImpl {
   }
 
   void AddClassProcedure(ClassDef& cls, FunctionProto* proto) {
-    if (proto->lower == "class_initialize") {
-      cls.initialize = proto;
-      return;
-    }
-    if (proto->lower == "class_terminate") {
-      cls.terminate = proto;
-      return;
-    }
+    // The event handlers are also ordinary methods a script may call.
+    if (proto->lower == "class_initialize") cls.initialize = proto;
+    if (proto->lower == "class_terminate") cls.terminate = proto;
     int index = cls.Find(proto->lower);
     if (index < 0) {
       index = static_cast<int>(cls.members.size());
@@ -1137,7 +1132,9 @@ class ParserImpl {
     } else if (tok_.kind == TokenKind::Minus || tok_.kind == TokenKind::Plus) {
       UnaryOp op = tok_.kind == TokenKind::Minus ? UnaryOp::Neg : UnaryOp::Plus;
       Advance();
-      left = MakeUnary(op, ParseExpr(13), line, column);
+      // A sign binds tighter than every binary operator, ^ included:
+      // -3^2 is (-3)^2.
+      left = MakeUnary(op, ParsePowOperand(), line, column);
     } else {
       left = ParsePostfix();
     }

@@ -14,34 +14,43 @@ const char* kBoxClass =
     "End Class\n"
     "Class Plain : Public Name : End Class\n";
 
-TEST(VbsLet, AssigningToAVariableHoldingAnObjectLetsItsDefaultProperty) {
+// Let never assigns through the target's default property: the variable,
+// element or field takes the value and lets go of the object it held.
+TEST(VbsLet, AssigningToAVariableHoldingAnObjectReplacesTheObject) {
   Engine e;
   e.AddCode(kBoxClass);
   e.AddCode(
-      "Dim b, alias : Set b = New Box : Set alias = b\n"
+      "Dim b, alias : Set b = New Box : Set alias = b : alias.Value = \"kept\"\n"
       "b = 5\n"
-      "Sub Store(x) : Dim local : Set local = alias : local = x : End Sub\n"
-      "Store \"seven\"");
-  // The variable keeps the object; the object took the value.
-  EXPECT_EQ(Typed(e, "IsObject(b) And b Is alias"), "Boolean:True");
-  EXPECT_EQ(Typed(e, "alias.Value"), "String:seven");
-  EXPECT_EQ(Typed(e, "alias.Lets"), "Integer:2");
-  // Reading without Set takes the default property's value.
-  e.AddCode("Dim copy : copy = b");
-  EXPECT_EQ(Typed(e, "copy"), "String:seven");
-  e.AddCode("Dim other : Set other = New Box : other = 3 : b = other");
-  EXPECT_EQ(Typed(e, "alias.Value"), "Integer:3");
+      "Sub Store(x) : Dim local : Set local = alias : local = x : got = TypeName(local) : End Sub\n"
+      "Dim got : Store \"seven\"");
+  EXPECT_EQ(Typed(e, "b"), "Integer:5");
+  EXPECT_EQ(Typed(e, "got"), "String:String");
+  EXPECT_EQ(Typed(e, "alias.Value & \"/\" & alias.Lets"), "String:kept/1");
+  // Reading without Set still takes the default property's value.
+  e.AddCode("Dim copy : copy = alias");
+  EXPECT_EQ(Typed(e, "copy"), "String:kept");
+  // With arguments the assignment does go to the default property.
+  e.AddCode(
+      "Class Cells\n"
+      "  Private v_(2)\n"
+      "  Public Default Property Get Item(i) : Item = v_(i) : End Property\n"
+      "  Public Property Let Item(i, x) : v_(i) = x : End Property\n"
+      "End Class\n"
+      "Dim c : Set c = New Cells : c(1) = \"one\"");
+  EXPECT_EQ(Typed(e, "c(1) & TypeName(c)"), "String:oneCells");
 }
 
-TEST(VbsLet, LetOnArrayElementsAndFieldsHoldingObjects) {
+TEST(VbsLet, LetOnArrayElementsAndFieldsHoldingObjectsReplacesThem) {
   Engine e;
   e.AddCode(kBoxClass);
   e.AddCode(
       "Class Holder : Public Item : End Class\n"
       "Dim a(1), h, keep : Set a(0) = New Box : Set keep = a(0) : a(0) = 42\n"
       "Set h = New Holder : Set h.Item = New Box : h.Item = \"x\"");
-  EXPECT_EQ(Typed(e, "keep.Value & \"/\" & IsObject(a(0))"), "String:42/True");
-  EXPECT_EQ(Typed(e, "h.Item.Value"), "String:x");
+  EXPECT_EQ(Typed(e, "a(0)"), "Integer:42");
+  EXPECT_EQ(Typed(e, "IsEmpty(keep.Value) & \"/\" & keep.Lets"), "String:True/");
+  EXPECT_EQ(Typed(e, "h.Item"), "String:x");
 }
 
 TEST(VbsLet, ObjectsWithoutDefaultPropertyAreReplaced) {
@@ -50,7 +59,11 @@ TEST(VbsLet, ObjectsWithoutDefaultPropertyAreReplaced) {
   e.AddCode("Dim p : Set p = New Plain : p = 1\nDim n : Set n = Nothing : n = \"s\"");
   EXPECT_EQ(Typed(e, "p"), "Integer:1");
   EXPECT_EQ(Typed(e, "n"), "String:s");
+  // Reading an object without a default property for a Let fails; so does
+  // Let of Nothing, and the variable keeps its value.
   EXPECT_EQ(ErrorOf(e, "Dim q, r : Set q = New Plain : r = q"), 438);
+  EXPECT_EQ(ErrorOf(e, "Dim keepMe : keepMe = 1 : keepMe = Nothing"), 91);
+  EXPECT_EQ(Typed(e, "keepMe"), "Integer:1");
 }
 
 TEST(VbsNestedArray, ElementOfAnInnerArrayIsAssignedInPlace) {
@@ -145,6 +158,28 @@ TEST(VbsExecute, ProceduresDefinedInsideAProcedureSeeGlobals) {
       "End Sub\n"
       "Outer");
   EXPECT_EQ(Typed(e, "got"), "String:Global/Global/Local");
+}
+
+// Execute runs its text in the scope of the procedure that runs it, so a
+// Const there is a constant of that call, like a Dim.
+TEST(VbsExecute, ConstInsideAProcedureStaysLocal) {
+  Engine e;
+  e.AddCode(
+      "Dim seen\n"
+      "Function Run()\n"
+      "  Execute \"Const kLocal = 42\"\n"
+      "  Execute \"seen = kLocal + 1\"\n"
+      "  Run = Eval(\"kLocal\")\n"
+      "End Function\n"
+      "Function Again() : Again = IsEmpty(Eval(\"kLocal\")) : End Function\n"
+      "Execute \"Const kTop = 7\"");
+  EXPECT_EQ(Typed(e, "Run()"), "Integer:42");
+  EXPECT_EQ(Typed(e, "seen"), "Integer:43");
+  EXPECT_EQ(Typed(e, "Again()"), "Boolean:True");
+  EXPECT_EQ(ErrorOf(e, "Option Explicit\nDim probe : probe = kLocal"), 500);
+  // At top level Execute declares globals, constants included.
+  EXPECT_EQ(Typed(e, "kTop"), "Integer:7");
+  EXPECT_EQ(ErrorOf(e, "kTop = 8"), 501);
 }
 
 TEST(VbsExecute, DimAtTopLevelIsGlobal) {

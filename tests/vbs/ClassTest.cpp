@@ -103,6 +103,27 @@ TEST(VbsClass, InitializeAndTerminateRunInOrder) {
   EXPECT_EQ(Typed(e, "log"), "String:+|-a+[-i]++-c");
 }
 
+// The event handlers are methods too: a public one may be called again, a
+// private one only from inside the class.
+TEST(VbsClass, InitializeAndTerminateCanBeCalledLikeMethods) {
+  Engine e;
+  e.AddCode(
+      "Dim runs\n"
+      "Class Resettable\n"
+      "  Public Value\n"
+      "  Public Sub Class_Initialize() : Value = 1 : runs = runs + 1 : End Sub\n"
+      "  Private Sub Class_Terminate() : runs = runs + 100 : End Sub\n"
+      "  Public Sub Reset() : Class_Initialize : End Sub\n"
+      "End Class\n"
+      "Dim r : Set r = New Resettable : r.Value = 5 : Call r.Class_Initialize");
+  EXPECT_EQ(Typed(e, "r.Value & \"/\" & runs"), "String:1/2");
+  e.AddCode("r.Value = 7 : r.Reset");
+  EXPECT_EQ(Typed(e, "r.Value & \"/\" & runs"), "String:1/3");
+  EXPECT_EQ(ErrorOf(e, "r.Class_Terminate"), 438);
+  e.AddCode("Set r = Nothing");
+  EXPECT_EQ(Typed(e, "runs"), "Integer:103");
+}
+
 TEST(VbsClass, ClassRedefinedByAddCodeKeepsOldInstancesWorking) {
   Engine e;
   e.AddCode("Class K : Function V() : V = 1 : End Function : End Class\nDim old : Set old = New K");

@@ -100,15 +100,46 @@ TEST(VbsError, OnErrorResumeNextIsPerProcedure) {
   EXPECT_EQ(Typed(e, "Safe()"), "Long:11");
   EXPECT_EQ(EvalErrorOf(e, "Unsafe()"), 11);
   EXPECT_EQ(Typed(e, "Caller()"), "String:11:True");
-  // Leaving a procedure with its own handler clears Err.
+  // Returning from a procedure that resumed past an error leaves the error
+  // in Err for the caller; the caller's own On Error statement clears it.
   e.AddCode("On Error Resume Next\nDim afterSafe : Safe : afterSafe = Err.Number");
-  EXPECT_EQ(Typed(e, "afterSafe"), "Long:0");
+  EXPECT_EQ(Typed(e, "afterSafe"), "Long:11");
+  e.AddCode("Dim afterReset : Safe : On Error Resume Next : afterReset = Err.Number");
+  EXPECT_EQ(Typed(e, "afterReset"), "Long:0");
 }
 
 TEST(VbsError, OnErrorGotoZeroRestoresFailures) {
   Engine e;
   EXPECT_EQ(ErrorOf(e, "On Error Resume Next\nx = 1 / 0\nOn Error GoTo 0\ny = 1 / 0"), 11);
   EXPECT_EQ(e.Error().Line(), 4);
+}
+
+// Err.Raise without some arguments takes them from an error Err still holds;
+// numbers must be 16-bit codes or failure codes, and the runtime's own
+// failure codes raise the runtime error they stand for.
+TEST(VbsError, ErrRaiseKeepsWhatErrStillHolds) {
+  Engine e;
+  e.AddCode(
+      "Dim kept, fresh, codes, mapped\n"
+      "On Error Resume Next\n"
+      "Err.Raise 1, \"Src\", \"desc\", \"help.chm\", 7\n"
+      "Err.Raise 5\n"
+      "kept = Err.Number & \"|\" & Err.Source & \"|\" & Err.Description & \"|\" & Err.HelpFile & \"|\" & "
+      "Err.HelpContext\n"
+      "Err.Clear\n"
+      "Err.Raise 5\n"
+      "fresh = Err.Source & \"|\" & Err.Description & \"|\" & Err.HelpContext\n"
+      "Err.Clear : Err.Raise 0 : codes = Err.Number\n"
+      "Err.Clear : Err.Raise &H10000& : codes = codes & \",\" & Err.Number\n"
+      "Err.Clear : Err.Raise &H8000 : codes = codes & \",\" & Err.Number\n"
+      "Err.Clear : Err.Raise -3000000000 : codes = codes & \",\" & Err.Number\n"
+      "Err.Clear : Err.Raise &H8007000E& : mapped = Err.Number & \"|\" & Err.Description\n"
+      "Err.Clear : Err.Raise &H800A000B& : mapped = mapped & \"|\" & Err.Number\n"
+      "Err.Clear : Err.Raise vbObjectError + 340 : mapped = mapped & \"|\" & (Err.Number = vbObjectError + 340)");
+  EXPECT_EQ(Typed(e, "kept"), "String:5|Src|desc|help.chm|7");
+  EXPECT_EQ(Typed(e, "fresh"), "String:Microsoft VBScript runtime error|Invalid procedure call or argument|0");
+  EXPECT_EQ(Typed(e, "codes"), "String:5,5,-32768,6");
+  EXPECT_EQ(Typed(e, "mapped"), "String:7|Out of memory|11|True");
 }
 
 TEST(VbsError, ErrRaiseAndClear) {

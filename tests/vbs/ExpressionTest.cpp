@@ -13,6 +13,15 @@ TEST(VbsExpression, LiteralsKeepTheirSubtypes) {
   EXPECT_EQ(Typed(e, "&HFF"), "Integer:255");
   EXPECT_EQ(Typed(e, "&HFFFF"), "Integer:-1");
   EXPECT_EQ(Typed(e, "&H10000"), "Long:65536");
+  // With the & suffix the digits are 32 bits, typed Integer when they fit.
+  EXPECT_EQ(Typed(e, "&H10&"), "Integer:16");
+  EXPECT_EQ(Typed(e, "&HFFFFFFFF&"), "Integer:-1");
+  EXPECT_EQ(Typed(e, "&HFFFF&"), "Long:65535");
+  EXPECT_EQ(Typed(e, "&HFFFF"), "Integer:-1");
+  EXPECT_EQ(Typed(e, "&HDEADBEEF&"), "Long:-559038737");
+  // &H or &O without a digit after it is the & operator before a name.
+  e.AddCode("Dim hi, obj : hi = \"y\" : obj = \"z\"");
+  EXPECT_EQ(Typed(e, "\"x\" &hi & \"-\" &obj"), "String:xy-z");
   EXPECT_EQ(Typed(e, "&O17"), "Integer:15");
   EXPECT_EQ(Typed(e, "\"a\"\"b\""), "String:a\"b");
   EXPECT_EQ(Typed(e, "True"), "Boolean:True");
@@ -26,7 +35,11 @@ TEST(VbsExpression, LiteralsKeepTheirSubtypes) {
 
 TEST(VbsExpression, PrecedenceFollowsTheLanguage) {
   Engine e;
-  EXPECT_EQ(Typed(e, "-2 ^ 2"), "Double:-4");
+  // A leading sign binds tighter than ^ (unlike VBA): -2 ^ 2 is (-2) ^ 2.
+  EXPECT_EQ(Typed(e, "-2 ^ 2"), "Double:4");
+  EXPECT_EQ(Typed(e, "2 * -3 ^ 2"), "Double:18");
+  EXPECT_EQ(Typed(e, "-(2 ^ 2)"), "Double:-4");
+  EXPECT_EQ(Typed(e, "1 - 2 ^ 2"), "Double:-3");
   EXPECT_EQ(Typed(e, "2 ^ -1"), "Double:0.5");
   EXPECT_EQ(Typed(e, "2 ^ 3 ^ 2"), "Double:64");
   EXPECT_EQ(Typed(e, "7 \\ 2 * 3"), "Integer:1");  // * binds tighter than \ .

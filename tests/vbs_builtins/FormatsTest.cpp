@@ -33,7 +33,7 @@ TEST(BuiltinFormats, FormatNumberCurrencyPercent) {
   RunErrorCases({
       {"FormatNumber", {Str("abc")}, 13},
       {"FormatNumber", {Variant(1.0), L(-3)}, 5},
-      {"FormatCurrency", {Variant::Null()}, 94},
+      {"FormatCurrency", {Variant::Null()}, 13},
   });
 }
 
