@@ -9,6 +9,7 @@
 #include "store/Transaction.h"
 #include "store/TransactionFactory.h"
 #include "store/TransactionSelector.h"
+#include "transforms/RecordTreeWalk.h"
 
 namespace tessel {
 namespace {
@@ -37,6 +38,8 @@ void TransformFilter::CreateController(std::shared_ptr<tessel::TransformDefiniti
     errorAction_ = definition_->GetAuditLogDefinition().TransformErrorAction();
     InitialiseCacheData();
     event_ = &event;
+    walk_ = std::make_unique<RecordTreeWalk>("TransformFilter.PerformTransform()", transformId_, event,
+                                               errorAction_);
     const bool verbose =
         definition_->HasProperty("verboselogtofile") && definition_->Property("verboselogtofile").ToBool();
     script_ = std::make_unique<vbWrapper>();
@@ -64,7 +67,7 @@ void TransformFilter::InitialiseCacheData() {
 void TransformFilter::Process() {
   try {
     OpenTransactionSelector();
-    if (selector_) PerformTransform();
+    PerformTransform();
   } catch (...) {
     ErrorInRethrow("TransformFilter.ITransformController_Process()", {});
   }
@@ -72,126 +75,43 @@ void TransformFilter::Process() {
 
 void TransformFilter::OpenTransactionSelector() {
   try {
-    std::string rootId;
-    for (xmlNodePtr record : definition_->RecordNodes()) {
-      if (definition_->RecordParentId(record).empty()) {
-        rootId = definition_->RecordId(record);
-        break;
-      }
-    }
-    // Without a root record there is nothing to select.
-    selector_.reset();
-    if (rootId.empty()) return;
-    selector_ = factory_->CreateTransactionSelector();
-    selector_->SetReturnTransaction(rootId);
-    selector_->AddSearch(rootId, "*");
-    selector_->OpenResultset();
-    selector_->MoveFirst();
+    walk_->Open(*definition_, *factory_);
   } catch (...) {
     ErrorInRethrow("TransformFilter.OpenTransactionSelector()", {});
   }
 }
 
 void TransformFilter::PerformTransform() {
-  // The decision of the last record of this level; a condition that fails to
-  // evaluate leaves it standing.
-  bool keep = false;
-  for (;;) {
-    Ref<Transaction> record;
-    std::string recordId;
-    int32_t childRecords = 0;
-    try {
-      if (selector_->EOF_()) break;
-      record = selector_->Item();
-      recordId = record->TransactionId();
-      childRecords = selector_->ChildRecords();
-    } catch (...) {
-      HandleRecordError(record.get(), true);
-    }
-
-    try {
-      std::string eventId;
-      event_->OnProcess(transformId_, record.get(), eventId);
-    } catch (...) {
-      HandleRecordError(record.get());
-    }
-
-    // Children first: a parent's condition sees what is left below it.
-    for (int32_t l = 1; l <= childRecords; ++l) {
-      try {
-        selector_->MoveChild(std::to_string(l));
-      } catch (...) {
-        HandleRecordError(record.get(), true);
-      }
-      PerformTransform();
-    }
-
+  walk_->Run([&](Transaction& record, const std::string& recordId, bool& keep) {
+    // keep holds the decision of the last record of this level: a condition
+    // that fails to evaluate leaves it standing.
     auto condition = conditions_.find(recordId);
     if (condition == conditions_.end() || condition->second.empty()) {
       keep = true;
     } else {
       try {
-        keep = script_->Evaluate(condition->second, record.get(), recordId, true).ToBool();
+        keep = script_->Evaluate(condition->second, &record, recordId, true).ToBool();
       } catch (...) {
-        HandleRecordError(record.get());
+        walk_->Handle(&record);
       }
     }
 
     if (!keep) {
       try {
         std::string eventId;
-        event_->OnDelete(transformId_, record.get(), eventId);
+        event_->OnDelete(transformId_, &record, eventId);
       } catch (...) {
-        HandleRecordError(record.get());
+        walk_->Handle(&record);
       }
       try {
-        selector_->Delete();
+        walk_->Selector().Delete();
       } catch (...) {
-        HandleRecordError(record.get(), true);
+        walk_->Handle(&record, true);
       }
     }
-
-    try {
-      if (!selector_->EOF_()) selector_->MoveNext();
-    } catch (...) {
-      HandleRecordError(record.get(), true);
-    }
-  }
-  try {
-    if (selector_->HasParent()) selector_->MoveParent();
-  } catch (...) {
-    HandleRecordError(nullptr, true);
-  }
+  });
 }
 
-void TransformFilter::HandleRecordError(Transaction* record, bool walkFailed) {
-  ErrPreserve();
-  ExceptionState pending = CaptureExceptionState();
-  LogTransformError(record, ErrTraceFreeDescription());
-  RestoreExceptionState(pending);
-  if (ContinuesOnError() && !walkFailed) {
-    ErrClear();
-    return;
-  }
-  ErrorInRethrow("TransformFilter.PerformTransform()", {});
-}
 
-void TransformFilter::LogTransformError(Transaction* record, const std::string& reason) {
-  try {
-    IntegrationLogEntry entry;
-    entry.ReasonCode = kErrorReasonCode;
-    entry.LogType = kLogTypeDetail;
-    entry.Reason = reason;
-    entry.TransformId = transformId_;
-    LogEntries entries{std::move(entry)};
-    if (record != nullptr) {
-      event_->OnError(transformId_, entries, record);
-    } else {
-      event_->WriteAuditLogNoTransaction(transformId_, entries, nullptr, false);
-    }
-  } catch (...) {
-    // The log must not replace the failure it reports.
-  }
-}
 
 }  // namespace tessel

@@ -28,6 +28,7 @@
 #include <unordered_map>
 
 #include "job/ITransformController.h"
+#include "transforms/RecordTreeWalk.h"
 
 namespace tessel {
 
@@ -38,7 +39,7 @@ class vbWrapper;
 class TransformFilter : public ITransformController {
  public:
   // Reason code of the audit entry of a failed record.
-  static constexpr const char* kErrorReasonCode = "9650";
+  static constexpr const char* kErrorReasonCode = RecordTreeWalk::kErrorReasonCode;
 
   TransformFilter();
   ~TransformFilter() override;
@@ -54,20 +55,15 @@ class TransformFilter : public ITransformController {
   void InitialiseCacheData();
   void OpenTransactionSelector();
   void PerformTransform();
-  // Handler of a failure in PerformTransform, called while it is in flight:
-  // logs it and returns when the work is to go on, else raises it again.
-  void HandleRecordError(Transaction* record, bool walkFailed = false);
-  void LogTransformError(Transaction* record, const std::string& reason);
-  bool ContinuesOnError() const { return errorAction_ == 2 || errorAction_ == 3; }
 
   std::string transformId_;
   std::unordered_map<std::string, std::string> conditions_;  // record id to condition
   std::shared_ptr<tessel::TransformDefinition> definition_;
   std::shared_ptr<tessel::TransactionFactory> factory_;
-  Ref<TransactionSelector> selector_;
   IEvent* event_ = nullptr;
   int32_t errorAction_ = 0;
   std::unique_ptr<vbWrapper> script_;
+  std::unique_ptr<RecordTreeWalk> walk_;
 };
 
 }  // namespace tessel

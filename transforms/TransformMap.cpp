@@ -13,6 +13,7 @@
 #include "store/TransactionFactory.h"
 #include "store/TransactionRenamer.h"
 #include "store/TransactionSelector.h"
+#include "transforms/RecordTreeWalk.h"
 
 namespace tessel {
 namespace {
@@ -47,6 +48,8 @@ void TransformMap::CreateController(std::shared_ptr<tessel::TransformDefinition>
     transformId_ = definition_->TransformId();
     event_ = &event;
     errorAction_ = definition_->GetAuditLogDefinition().TransformErrorAction();
+    walk_ = std::make_unique<RecordTreeWalk>("TransformMap.PerformTransform()", transformId_, event,
+                                               errorAction_);
     InitialiseCacheData();
     const bool verbose =
         definition_->HasProperty("verboselogtofile") && definition_->Property("verboselogtofile").ToBool();
@@ -90,7 +93,7 @@ void TransformMap::Process() {
   try {
     RenameDataFields();
     OpenTransactionSelector();
-    if (selector_) PerformTransform();
+    PerformTransform();
   } catch (...) {
     ErrorInRethrow("TransformMap.ITransformController_Process()", {});
   }
@@ -110,21 +113,7 @@ void TransformMap::RenameDataFields() {
 
 void TransformMap::OpenTransactionSelector() {
   try {
-    std::string rootId;
-    for (xmlNodePtr record : definition_->RecordNodes()) {
-      if (definition_->RecordParentId(record).empty()) {
-        rootId = definition_->RecordId(record);
-        break;
-      }
-    }
-    // Without a root record there is nothing to select.
-    selector_.reset();
-    if (rootId.empty()) return;
-    selector_ = factory_->CreateTransactionSelector();
-    selector_->SetReturnTransaction(rootId);
-    selector_->AddSearch(rootId, "*");
-    selector_->OpenResultset();
-    selector_->MoveFirst();
+    walk_->Open(*definition_, *factory_);
   } catch (...) {
     ErrorInRethrow("TransformMap.OpenTransactionSelector()", {});
   }
@@ -133,36 +122,7 @@ void TransformMap::OpenTransactionSelector() {
 void TransformMap::PerformTransform() {
   static const std::unordered_set<std::string> kNoFields;
   static const std::unordered_map<std::string, std::string> kNoFormulas;
-  for (;;) {
-    Ref<Transaction> record;
-    std::string recordId;
-    int32_t childRecords = 0;
-    try {
-      if (selector_->EOF_()) break;
-      record = selector_->Item();
-      recordId = record->TransactionId();
-      childRecords = selector_->ChildRecords();
-    } catch (...) {
-      HandleRecordError(record.get(), true);
-    }
-
-    try {
-      std::string eventId;
-      event_->OnProcess(transformId_, record.get(), eventId);
-    } catch (...) {
-      HandleRecordError(record.get());
-    }
-
-    // Children first: a parent's formulas see its children as mapped.
-    for (int32_t l = 1; l <= childRecords; ++l) {
-      try {
-        selector_->MoveChild(std::to_string(l));
-      } catch (...) {
-        HandleRecordError(record.get(), true);
-      }
-      PerformTransform();
-    }
-
+  walk_->Run([&](Transaction& record, const std::string& recordId, bool&) {
     auto evaluatedAt = evaluated_.find(recordId);
     auto formulasAt = formulas_.find(recordId);
     const std::unordered_set<std::string>& evaluated = evaluatedAt == evaluated_.end() ? kNoFields : evaluatedAt->second;
@@ -171,88 +131,49 @@ void TransformMap::PerformTransform() {
 
     bool empty = false;
     try {
-      empty = record->IsEmpty();
+      empty = record.IsEmpty();
     } catch (...) {
-      HandleRecordError(record.get());
+      walk_->Handle(&record);
     }
     if (empty) {
       // A record without content leaves the data here.
       try {
-        selector_->Delete();
+        walk_->Selector().Delete();
       } catch (...) {
-        HandleRecordError(record.get(), true);
+        walk_->Handle(&record, true);
       }
     } else {
-      const int32_t fieldCount = record->FieldCount();
+      const int32_t fieldCount = record.FieldCount();
       for (int32_t f = 1; f <= fieldCount; ++f) {
         std::string field;
         try {
-          field = record->FieldName(f);
+          field = record.FieldName(f);
         } catch (...) {
-          HandleRecordError(record.get());
+          walk_->Handle(&record);
           continue;
         }
         std::string text;
         if (auto formula = formulas.find(field); formula != formulas.end()) text = formula->second;
         try {
           if (evaluated.count(field) != 0) {
-            text = script_->Evaluate(text, record.get(), field, false).ToString();
+            text = script_->Evaluate(text, &record, field, false).ToString();
           } else if (!text.empty()) {
-            text = script_->ResolveSubstitutions(text, record.get());
+            text = script_->ResolveSubstitutions(text, &record);
           }
         } catch (...) {
           // Going on, the field receives the formula's own text.
-          HandleRecordError(record.get());
+          walk_->Handle(&record);
         }
         try {
-          if (!text.empty()) record->SetFieldValue(field, Variant(text), true);
+          if (!text.empty()) record.SetFieldValue(field, Variant(text), true);
         } catch (...) {
-          HandleRecordError(record.get());
+          walk_->Handle(&record);
         }
       }
     }
-
-    try {
-      if (!selector_->EOF_()) selector_->MoveNext();
-    } catch (...) {
-      HandleRecordError(record.get(), true);
-    }
-  }
-  try {
-    if (selector_->HasParent()) selector_->MoveParent();
-  } catch (...) {
-    HandleRecordError(nullptr, true);
-  }
+  });
 }
 
-void TransformMap::HandleRecordError(Transaction* record, bool walkFailed) {
-  ErrPreserve();
-  ExceptionState pending = CaptureExceptionState();
-  LogTransformError(record, ErrTraceFreeDescription());
-  RestoreExceptionState(pending);
-  if (ContinuesOnError() && !walkFailed) {
-    ErrClear();
-    return;
-  }
-  ErrorInRethrow("TransformMap.PerformTransform()", {});
-}
 
-void TransformMap::LogTransformError(Transaction* record, const std::string& reason) {
-  try {
-    IntegrationLogEntry entry;
-    entry.ReasonCode = kErrorReasonCode;
-    entry.LogType = kLogTypeDetail;
-    entry.Reason = reason;
-    entry.TransformId = transformId_;
-    LogEntries entries{std::move(entry)};
-    if (record != nullptr) {
-      event_->OnError(transformId_, entries, record);
-    } else {
-      event_->WriteAuditLogNoTransaction(transformId_, entries, nullptr, false);
-    }
-  } catch (...) {
-    // The log must not replace the failure it reports.
-  }
-}
 
 }  // namespace tessel

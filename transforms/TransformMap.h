@@ -33,6 +33,7 @@
 #include <unordered_set>
 
 #include "job/ITransformController.h"
+#include "transforms/RecordTreeWalk.h"
 
 namespace tessel {
 
@@ -43,7 +44,7 @@ class vbWrapper;
 class TransformMap : public ITransformController {
  public:
   // Reason code of the audit entry of a failed record.
-  static constexpr const char* kErrorReasonCode = "9650";
+  static constexpr const char* kErrorReasonCode = RecordTreeWalk::kErrorReasonCode;
 
   TransformMap();
   ~TransformMap() override;
@@ -60,11 +61,6 @@ class TransformMap : public ITransformController {
   void RenameDataFields();
   void OpenTransactionSelector();
   void PerformTransform();
-  // Handler of a failure in PerformTransform, called while it is in flight:
-  // logs it and returns when the work is to go on, else raises it again.
-  void HandleRecordError(Transaction* record, bool walkFailed = false);
-  void LogTransformError(Transaction* record, const std::string& reason);
-  bool ContinuesOnError() const { return errorAction_ == 2 || errorAction_ == 3; }
 
   // Per record id: the fields evaluated as script, and the formulas.
   std::unordered_map<std::string, std::unordered_set<std::string>> evaluated_;
@@ -73,10 +69,10 @@ class TransformMap : public ITransformController {
   std::shared_ptr<tessel::TransformDefinition> definition_;
   std::shared_ptr<tessel::TransformDefinition> previous_;
   std::shared_ptr<tessel::TransactionFactory> factory_;
-  Ref<TransactionSelector> selector_;
   IEvent* event_ = nullptr;
   int32_t errorAction_ = 0;
   std::unique_ptr<vbWrapper> script_;
+  std::unique_ptr<RecordTreeWalk> walk_;
 };
 
 }  // namespace tessel
