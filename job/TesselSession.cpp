@@ -3,8 +3,19 @@
 #include "audit/HuntErr.h"
 #include "job/AppSettings.h"
 #include "job/Session.h"
+#include "scripting/SimpleVBWrapper.h"
 
 namespace tessel {
+
+std::unique_ptr<SimpleVBWrapper> TesselSession::CreateVBWrapper() const {
+  try {
+    auto wrapper = std::make_unique<SimpleVBWrapper>();
+    wrapper->Initialise();
+    return wrapper;
+  } catch (...) {
+    ErrorInRethrow("TesselSession.CreateVBWrapper()", {});
+  }
+}
 
 TesselSession::~TesselSession() {
   try {

@@ -5,11 +5,13 @@
 // object closes the session, after which the thread can start another.
 #pragma once
 
+#include <memory>
 #include <string>
 
 namespace tessel {
 
 class Session;
+class SimpleVBWrapper;
 
 class TesselSession {
  public:
@@ -22,6 +24,9 @@ class TesselSession {
   std::string InitialiseSession(const std::string& jobId, bool dataServiceMode, bool testMode,
                                 const std::string& uniqueClientId);
   void CloseSession();
+  // A script host of its own for a host that wants to try code without a
+  // job: the function library of the job configuration and 60 s per call.
+  std::unique_ptr<SimpleVBWrapper> CreateVBWrapper() const;
   Session* GetSessionInternal() const;
 
  private:

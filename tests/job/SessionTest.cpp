@@ -15,6 +15,7 @@
 #include "job/AppSettings.h"
 #include "job/Session.h"
 #include "job/TesselSession.h"
+#include "scripting/SimpleVBWrapper.h"
 #include "tests/support/JobEnvironment.h"
 
 namespace tessel::test {
@@ -83,6 +84,20 @@ TEST_P(SessionTest, RunTakesTheNextNumberAndReadsTheConfiguration) {
   EXPECT_EQ(nullptr, CurrentSession());
   EXPECT_EQ(0, StartNumber(jobId));
   EXPECT_EQ("7", NextNo(jobId));  // the refused second session took no number
+}
+
+TEST_P(SessionTest, ScriptHostOfTheSessionSeesTheJobsFunctionLibrary) {
+  env_->SetFunctionLibrary({"Function Greet(s) : Greet = \"Hello, \" & TitleCase(s) : End Function"});
+  std::string jobId = AddJob("designer", 0, 0);
+  TesselSession host;
+  host.InitialiseSession(jobId, false, true, "designer");
+  std::unique_ptr<SimpleVBWrapper> script = host.CreateVBWrapper();
+  EXPECT_EQ("Hello, Ada Lovelace", script->SimpleEvaluate("Greet(\"ada lovelace\")"));
+  // Each wrapper is an engine of its own.
+  EXPECT_EQ("Greet2", script->AddCode("Greet2", "Dim x\nx = 2\nx * 21"));
+  EXPECT_EQ("42", script->SimpleEvaluate("Greet2"));
+  std::unique_ptr<SimpleVBWrapper> other = host.CreateVBWrapper();
+  EXPECT_EQ("", other->SimpleEvaluate("Greet2"));  // an unknown name is Empty
 }
 
 TEST_P(SessionTest, UnknownJobWrongVersionAndBrokenDocumentFail) {
