@@ -73,14 +73,15 @@ void TransformMap::InitialiseCacheData() {
       std::unordered_map<std::string, std::string>& formulas = formulas_[recordId];
       for (xmlNodePtr field = record->children; field; field = field->next) {
         if (!IsField(field)) continue;
+        // A FIELD without a formula is in neither dictionary: eval alone
+        // computes nothing.
+        if (!xml.HasAttribute(field, "value")) continue;
         const std::string name = xml.GetAttributeFromNode(field, "name");
         if (xml.HasAttribute(field, "eval") && Variant(xml.GetAttributeFromNode(field, "eval")).ToBool()) {
           if (!evaluated.insert(name).second) ThrowRuntimeError(kDuplicateKey);
         }
-        if (xml.HasAttribute(field, "value")) {
-          if (!formulas.emplace(name, xml.GetAttributeFromNode(field, "value")).second) {
-            ThrowRuntimeError(kDuplicateKey);
-          }
+        if (!formulas.emplace(name, xml.GetAttributeFromNode(field, "value")).second) {
+          ThrowRuntimeError(kDuplicateKey);
         }
       }
     }

@@ -161,5 +161,14 @@ TEST_F(MapTest, FieldNamedTwiceInARecordFailsInCreateController) {
                      .number());
 }
 
+TEST_F(MapTest, EvalWithoutAValueIsNoFormula) {
+  Customer("A", "1", 0);
+  // Under action 1 any evaluation of the empty text would end the transform.
+  Map("<RECORD id=\"R\" parentid=\"\"><FIELD name=\"NAME\" type=\"3\" eval=\"True\"/>"
+      "<FIELD name=\"AMT\" type=\"2\"/></RECORD>");
+  EXPECT_EQ((std::vector<std::string>{"A"}), Values("R", "NAME"));
+  EXPECT_TRUE(event_.errors.empty());
+}
+
 }  // namespace
 }  // namespace tessel::test
