@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "transforms/TransformMap.h"
+#include "tests/support/TempDir.h"
 #include "tests/transforms/TransformFixture.h"
 
 namespace tessel::test {
@@ -168,6 +169,25 @@ TEST_F(MapTest, EvalWithoutAValueIsNoFormula) {
       "<FIELD name=\"AMT\" type=\"2\"/></RECORD>");
   EXPECT_EQ((std::vector<std::string>{"A"}), Values("R", "NAME"));
   EXPECT_TRUE(event_.errors.empty());
+}
+
+TEST_F(MapTest, VerboseOptionLogsEachEvaluation) {
+  Customer("A", "4", 0);
+  std::shared_ptr<TransformDefinition> definition = DefinitionOf(
+      TransformXml("map", 5, {{"verboselogtofile", "True"}},
+                   "<RECORD id=\"R\" parentid=\"\"><FIELD name=\"AMT\" type=\"2\" eval=\"True\" value=\"%AMT * 2\"/>"
+                   "</RECORD>"));
+  map_ = std::make_unique<TransformMap>();
+  map_->CreateController(previous_, event_, FactoryOf(definition, input_->Data()), false);
+  map_->Process();
+  EXPECT_EQ((std::vector<std::string>{"8"}), Values("R", "AMT"));
+  // The log's writes are buffered until its script host closes.
+  map_.reset();
+  // The log is UTF-16 text; its content here is ASCII.
+  const std::string bytes = ReadFileText(env_.DebugPath() / " ");
+  std::string text;
+  for (size_t i = 2; i + 1 < bytes.size(); i += 2) text.push_back(bytes[i]);
+  EXPECT_NE(std::string::npos, text.find("\tPOSTRESOLUTION:\t4 * 2\r\n")) << text;
 }
 
 }  // namespace
