@@ -74,6 +74,16 @@ TEST_F(FilterTest, ChildrenAreJudgedFirstAndAFailingParentTakesItsSubtree) {
   EXPECT_TRUE(event_.errors.empty());
 }
 
+TEST_F(FilterTest, AParentConditionCountsOnlyTheChildrenThatPassed) {
+  Header("1", "1", {{"a", "1"}, {"b", "5"}});
+  Header("2", "1", {{"c", "1"}, {"d", "2"}});
+  Header("3", "1");
+  Filter("Count(&quot;L&quot;) &gt; 0", "%Q &gt; 2");
+  EXPECT_EQ((std::vector<std::string>{"1"}), Values("H", "NUM"));
+  EXPECT_EQ((std::vector<std::string>{"b"}), Values("L", "ITEM"));
+  EXPECT_EQ((std::vector<std::string>{"L:a", "L:c", "L:d", "H:2", "H:3"}), event_.deleted);
+}
+
 TEST_F(FilterTest, RecordTypeWithoutConditionKeepsAllAndItsChildrenAreStillJudged) {
   Header("1", "0", {{"a", "1"}, {"b", "5"}});
   Filter("", "%Q &gt; 2");
