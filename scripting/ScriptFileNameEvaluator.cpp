@@ -20,7 +20,9 @@ ScriptFileNameEvaluator::~ScriptFileNameEvaluator() = default;
 std::string ScriptFileNameEvaluator::Evaluate(const std::string& expression, Transaction* transaction) {
   try {
     if (transaction == nullptr) return wrapper_->SimpleEvaluate(Variant(expression)).ToString();
-    return wrapper_->Evaluate(expression, transaction, "FileName").ToString();
+    // A file-name expression of several lines becomes a function of this
+    // name; it must not hide a library member such as FileName.
+    return wrapper_->Evaluate(expression, transaction, "FileNameExpression").ToString();
   } catch (...) {
     ErrorInRethrow("ScriptFileNameEvaluator.Evaluate(sExpression, oTransaction)",
                    {Variant(expression), transaction ? Variant(Ref<Object>(transaction)) : Variant::Nothing()});

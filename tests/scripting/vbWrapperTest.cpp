@@ -329,6 +329,11 @@ TEST_F(ScriptHostTest, FileNamesAreEvaluatedByTheScriptHost) {
             FileSystemWrapper::BuildPath(folder, "run_2024.txt"));
   EXPECT_EQ(CatchError([&] { files.GenerateFileName("%Name", true, folder, false); }).number(),
             FileSystemWrapper::kTokensNotAllowed);
+  // A name computed in several lines leaves the library's own FileName usable.
+  EXPECT_EQ(files.GenerateFileName("n = UCase(%Name)\n\"x_\" & n & \".csv\"", true, folder, false, order.get()),
+            FileSystemWrapper::BuildPath(folder, "x_SMITH.csv"));
+  EXPECT_EQ(files.GenerateFileName("FileName(\"/a/b/c.txt\")", true, folder, false, order.get()),
+            FileSystemWrapper::BuildPath(folder, "c.txt"));
   const Error failed = CatchError([&] { files.GenerateFileName("\"a\" &", true, folder, false); });
   EXPECT_TRUE(Has(failed.description(), "Error whilst evaluating the filename.")) << failed.description();
 }
