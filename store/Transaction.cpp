@@ -116,6 +116,8 @@ void Transaction::SetData(xmlNodePtr node) {
   }
 }
 
+void Transaction::KeepDocument(Ref<XMLWrapper> document) { ownDocument_ = std::move(document); }
+
 void Transaction::SetTimeStamp() {
   // Records are made far faster than once a millisecond: the text of the
   // current millisecond is kept per thread and formatted once.

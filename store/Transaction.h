@@ -66,7 +66,7 @@ class Transaction : public Object {
                   std::shared_ptr<tessel::TransformDefinition> definition);
   // Keeps a document alive whose node this view stands on (a reconstructed
   // record lives in a document of its own).
-  void KeepDocument(Ref<XMLWrapper> document) { ownDocument_ = std::move(document); }
+  void KeepDocument(Ref<XMLWrapper> document);
 
   // Attribute of the RECORD; 7701 when missing.
   std::string TranAttribute(std::string_view name);
