@@ -17,6 +17,7 @@
 #include "core/RuntimeError.h"
 #include "store/Attributes.h"
 #include "store/TransactionContext.h"
+#include "store/XmlHeap.h"
 
 namespace tessel {
 namespace {
@@ -31,7 +32,12 @@ const char* C(const xmlChar* text) { return reinterpret_cast<const char*>(text);
 
 void InitialiseLibxml() {
   static std::once_flag once;
-  std::call_once(once, [] { xmlInitParser(); });
+  std::call_once(once, [] {
+    // Data documents are millions of small nodes: libxml2 takes them from
+    // the size-class heap before it allocates anything of its own.
+    XmlHeap::Install();
+    xmlInitParser();
+  });
 }
 
 // Stands for a node in an error frame, which prints its type name.

@@ -1,0 +1,236 @@
+#include "store/XmlHeap.h"
+
+#include <gtest/gtest.h>
+#include <libxml/parser.h>
+#include <libxml/tree.h>
+#include <libxml/xpath.h>
+
+#include <atomic>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "store/XMLWrapper.h"
+
+namespace tessel {
+namespace {
+
+class XmlHeapTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    XMLWrapper wrapper;  // the first wrapper installs the heap
+    ASSERT_TRUE(XmlHeap::Installed());
+  }
+};
+
+// Fills a block with a pattern that tells it from any other block.
+void Stamp(void* block, size_t size, uint32_t seed) {
+  auto* bytes = static_cast<unsigned char*>(block);
+  for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<unsigned char>(seed * 31 + i);
+}
+
+bool HasStamp(const void* block, size_t size, uint32_t seed) {
+  const auto* bytes = static_cast<const unsigned char*>(block);
+  for (size_t i = 0; i < size; ++i) {
+    if (bytes[i] != static_cast<unsigned char>(seed * 31 + i)) return false;
+  }
+  return true;
+}
+
+TEST_F(XmlHeapTest, LibxmlNodesComeFromTheHeapAtTheirExactSize) {
+  xmlDocPtr doc = xmlNewDoc(reinterpret_cast<const xmlChar*>("1.0"));
+  xmlNodePtr node = xmlNewDocNode(doc, nullptr, reinterpret_cast<const xmlChar*>("A"), nullptr);
+  xmlAttrPtr attribute = xmlNewProp(node, reinterpret_cast<const xmlChar*>("id"), reinterpret_cast<const xmlChar*>("1"));
+  EXPECT_TRUE(XmlHeap::Owns(node));
+  EXPECT_EQ(XmlHeap::BlockSize(node), sizeof(xmlNode));
+  EXPECT_EQ(XmlHeap::BlockSize(attribute), sizeof(xmlAttr));
+  xmlFreeNode(node);
+  xmlFreeDoc(doc);
+}
+
+TEST_F(XmlHeapTest, LiveBlocksNeverOverlapAndKeepTheirContents) {
+  std::vector<std::pair<void*, size_t>> blocks;
+  for (uint32_t i = 0; i < 20000; ++i) {
+    const size_t size = 1 + (i * 7) % (XmlHeap::kMaxSmall + 40);
+    void* block = XmlHeap::Allocate(size);
+    ASSERT_NE(block, nullptr);
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(block) % 8, 0u);
+    Stamp(block, size, i);
+    blocks.emplace_back(block, size);
+    if (i % 3 == 0) {  // free some on the way, so that reuse is part of the test
+      auto [old, oldSize] = blocks[i / 2];
+      if (old != nullptr) {
+        EXPECT_TRUE(HasStamp(old, oldSize, i / 2));
+        XmlHeap::Free(old);
+        blocks[i / 2].first = nullptr;
+      }
+    }
+  }
+  std::set<uintptr_t> starts;
+  for (uint32_t i = 0; i < blocks.size(); ++i) {
+    auto [block, size] = blocks[i];
+    if (block == nullptr) continue;
+    EXPECT_TRUE(HasStamp(block, size, i)) << "block " << i;
+    EXPECT_TRUE(starts.insert(reinterpret_cast<uintptr_t>(block)).second);
+    XmlHeap::Free(block);
+  }
+}
+
+// More blocks than a thread keeps go to the shared pool and come back from
+// it, each one once.
+TEST_F(XmlHeapTest, BlocksPassedThroughTheSharedPoolComeBackOnce) {
+  constexpr uint32_t kBlocks = 30000;
+  std::vector<void*> blocks;
+  for (uint32_t i = 0; i < kBlocks; ++i) blocks.push_back(XmlHeap::Allocate(96));
+  for (void* block : blocks) XmlHeap::Free(block);
+  std::set<uintptr_t> starts;
+  for (uint32_t i = 0; i < kBlocks; ++i) {
+    blocks[i] = XmlHeap::Allocate(96);
+    Stamp(blocks[i], 96, i);
+    EXPECT_TRUE(starts.insert(reinterpret_cast<uintptr_t>(blocks[i])).second) << i;
+  }
+  for (uint32_t i = 0; i < kBlocks; ++i) {
+    EXPECT_TRUE(HasStamp(blocks[i], 96, i)) << i;
+    XmlHeap::Free(blocks[i]);
+  }
+}
+
+TEST_F(XmlHeapTest, FreedBlocksAreReused) {
+  void* first = XmlHeap::Allocate(120);
+  XmlHeap::Free(first);
+  void* second = XmlHeap::Allocate(120);
+  EXPECT_EQ(first, second);
+  XmlHeap::Free(second);
+}
+
+TEST_F(XmlHeapTest, LargeAndForeignBlocksGoBackToTheCLibrary) {
+  void* large = XmlHeap::Allocate(XmlHeap::kMaxSmall + 1);
+  EXPECT_FALSE(XmlHeap::Owns(large));
+  XmlHeap::Free(large);
+  // A block libxml2 got from malloc before the heap was there.
+  void* foreign = std::malloc(40);
+  std::memcpy(foreign, "abc", 4);
+  foreign = XmlHeap::Reallocate(foreign, 4000);
+  EXPECT_STREQ(static_cast<char*>(foreign), "abc");
+  XmlHeap::Free(foreign);
+  XmlHeap::Free(nullptr);
+}
+
+TEST_F(XmlHeapTest, ReallocateKeepsTheContentsAcrossClassesAndOutOfTheHeap) {
+  char* text = static_cast<char*>(XmlHeap::Allocate(10));
+  std::memcpy(text, "123456789", 10);
+  text = static_cast<char*>(XmlHeap::Reallocate(text, 8));  // shrinking stays in place
+  EXPECT_STREQ(text, "123456789");
+  for (size_t size : {64, 200, 256, 257, 5000, 100}) {
+    text = static_cast<char*>(XmlHeap::Reallocate(text, size));
+    ASSERT_NE(text, nullptr);
+    EXPECT_STREQ(text, "123456789") << size;
+  }
+  XmlHeap::Free(text);
+  char* fresh = static_cast<char*>(XmlHeap::Reallocate(nullptr, 16));
+  EXPECT_TRUE(XmlHeap::Owns(fresh));
+  XmlHeap::Free(fresh);
+}
+
+TEST_F(XmlHeapTest, DuplicateCopiesText) {
+  char* copy = XmlHeap::Duplicate("a text");
+  EXPECT_STREQ(copy, "a text");
+  EXPECT_TRUE(XmlHeap::Owns(copy));
+  XmlHeap::Free(copy);
+  EXPECT_EQ(XmlHeap::Duplicate(nullptr), nullptr);
+}
+
+// Blocks made on one thread are freed on another, while both keep working;
+// every block must still hold what its maker wrote.
+TEST_F(XmlHeapTest, ThreadsFreeEachOthersBlocks) {
+  constexpr int kThreads = 4;
+  constexpr uint32_t kBlocks = 60000;
+  std::vector<std::vector<void*>> made(kThreads);
+  std::atomic<int> bad{0};
+  std::vector<std::thread> makers;
+  for (int t = 0; t < kThreads; ++t) {
+    makers.emplace_back([&, t] {
+      for (uint32_t i = 0; i < kBlocks; ++i) {
+        const size_t size = 8 + (i % 4) * 40;
+        void* block = XmlHeap::Allocate(size);
+        Stamp(block, size, i + static_cast<uint32_t>(t) * kBlocks);
+        made[static_cast<size_t>(t)].push_back(block);
+      }
+    });
+  }
+  for (auto& thread : makers) thread.join();
+  std::vector<std::thread> freers;
+  for (int t = 0; t < kThreads; ++t) {
+    freers.emplace_back([&, t] {
+      const int other = (t + 1) % kThreads;
+      std::vector<void*> mine;
+      for (uint32_t i = 0; i < kBlocks; ++i) {
+        const size_t size = 8 + (i % 4) * 40;
+        void* block = made[static_cast<size_t>(other)][i];
+        if (!HasStamp(block, size, i + static_cast<uint32_t>(other) * kBlocks)) ++bad;
+        XmlHeap::Free(block);
+        void* fresh = XmlHeap::Allocate(size);  // reuses the freed blocks
+        Stamp(fresh, size, 7u + i);
+        mine.push_back(fresh);
+      }
+      for (uint32_t i = 0; i < kBlocks; ++i) {
+        if (!HasStamp(mine[i], 8 + (i % 4) * 40, 7u + i)) ++bad;
+        XmlHeap::Free(mine[i]);
+      }
+    });
+  }
+  for (auto& thread : freers) thread.join();
+  EXPECT_EQ(bad.load(), 0);
+}
+
+// Whole documents built, queried, serialised and freed on several threads at
+// once, each checked against its own expected text.
+TEST_F(XmlHeapTest, DocumentsOnSeveralThreadsStayIntact) {
+  constexpr int kThreads = 4;
+  std::atomic<int> bad{0};
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&, t] {
+      for (int round = 0; round < 30; ++round) {
+        Ref<XMLWrapper> wrapper = MakeRef<XMLWrapper>();
+        wrapper->LoadXML("<ROOT/>");
+        xmlNodePtr root = wrapper->GetNodeFromXPath("/ROOT");
+        for (int i = 0; i < 300; ++i) {
+          xmlNodePtr item = wrapper->GenerateNode("ITEM", Variant("value " + std::to_string(t * 1000 + i)));
+          wrapper->AddElement(item, root);
+        }
+        if (wrapper->GetNodesFromXPath("/ROOT/ITEM").size() != 300) ++bad;
+        const std::string wanted = "value " + std::to_string(t * 1000 + 299);
+        if (XMLWrapper::NodeText(wrapper->GetNodeFromXPath("/ROOT/ITEM[300]")) != wanted) ++bad;
+        std::string text = wrapper->ToString();
+        if (text.find("<ITEM>" + wanted + "</ITEM>") == std::string::npos) ++bad;
+        Ref<XMLWrapper> copy = MakeRef<XMLWrapper>();
+        copy->LoadXML(text);
+        if (copy->ToString() != text) ++bad;
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(bad.load(), 0);
+}
+
+// A thread that ends hands its blocks back: a long series of short-lived
+// threads does not make the heap grow without bound.
+TEST_F(XmlHeapTest, EndedThreadsHandTheirBlocksBack) {
+  auto churn = [] {
+    std::vector<void*> blocks;
+    for (int i = 0; i < 3000; ++i) blocks.push_back(XmlHeap::Allocate(120));
+    for (void* block : blocks) XmlHeap::Free(block);
+  };
+  std::thread(churn).join();
+  const size_t before = XmlHeap::CurrentUsage().spanBytes;
+  for (int i = 0; i < 50; ++i) std::thread(churn).join();
+  EXPECT_LE(XmlHeap::CurrentUsage().spanBytes, before + (size_t{1} << 20));
+}
+
+}  // namespace
+}  // namespace tessel
