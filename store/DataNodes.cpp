@@ -11,12 +11,6 @@ namespace {
 const xmlChar* X(const char* text) { return reinterpret_cast<const xmlChar*>(text); }
 const char* C(const xmlChar* text) { return reinterpret_cast<const char*>(text); }
 
-// True when the NUL-terminated `name` equals `wanted`, without measuring it first.
-inline bool SameName(const xmlChar* name, std::string_view wanted) {
-  const char* text = C(name);
-  return std::strncmp(text, wanted.data(), wanted.size()) == 0 && text[wanted.size()] == '\0';
-}
-
 // Room inside a text node for a short text: its properties and nsDef slots.
 constexpr size_t kInlineRoom = sizeof(void*) * 2;
 
@@ -43,14 +37,6 @@ xmlNodePtr DataNodes::NewText(xmlDocPtr doc, std::string_view text, bool shareIn
   return node;
 }
 
-xmlAttrPtr DataNodes::FindAttribute(xmlNodePtr element, std::string_view name) {
-  if (element == nullptr || element->type != XML_ELEMENT_NODE) return nullptr;
-  for (xmlAttrPtr a = element->properties; a != nullptr; a = a->next) {
-    if (a->ns == nullptr && SameName(a->name, name)) return a;
-  }
-  return nullptr;
-}
-
 void DataNodes::SetAttribute(xmlNodePtr element, const char* name, std::string_view text, bool shareInDictionary) {
   xmlAttrPtr attribute = FindAttribute(element, name);
   if (attribute == nullptr) {
@@ -66,23 +52,11 @@ void DataNodes::SetAttribute(xmlNodePtr element, const char* name, std::string_v
 }
 
 std::string DataNodes::AttributeValue(xmlAttrPtr attribute) {
-  xmlNodePtr child = attribute->children;
-  if (child != nullptr && child->next == nullptr && child->type == XML_TEXT_NODE) {
-    return child->content ? C(child->content) : "";
-  }
+  if (const char* text = SingleText(attribute)) return text;
   xmlChar* value = xmlNodeListGetString(attribute->doc, attribute->children, 1);
   std::string text = value ? C(value) : "";
   xmlFree(value);
   return text;
-}
-
-bool DataNodes::AttributeEquals(xmlAttrPtr attribute, std::string_view text) {
-  xmlNodePtr child = attribute->children;
-  if (child == nullptr) return text.empty();
-  if (child->next == nullptr && child->type == XML_TEXT_NODE) {
-    return SameName(child->content ? child->content : reinterpret_cast<const xmlChar*>(""), text);
-  }
-  return AttributeValue(attribute) == text;
 }
 
 xmlNodePtr DataNodes::CloneElement(xmlDocPtr doc, xmlNodePtr source) {
@@ -109,7 +83,8 @@ xmlNodePtr DataNodes::CloneElement(xmlDocPtr doc, xmlNodePtr source) {
                                  ? xmlNewNsPropEatName(copy, nullptr, const_cast<xmlChar*>(a->name), nullptr)
                                  : xmlNewProp(copy, a->name, nullptr);
       if (attribute == nullptr) throw std::bad_alloc();
-      xmlNodePtr value = NewText(doc, AttributeValue(a), true);
+      const char* single = SingleText(a);
+      xmlNodePtr value = single ? NewText(doc, single, true) : NewText(doc, AttributeValue(a), true);
       value->parent = reinterpret_cast<xmlNodePtr>(attribute);
       attribute->children = value;
       attribute->last = value;
@@ -135,34 +110,6 @@ xmlNodePtr DataNodes::CloneElement(xmlDocPtr doc, xmlNodePtr source) {
     throw;
   }
   return copy;
-}
-
-bool DataNodes::IsElement(xmlNodePtr node, std::string_view name) {
-  return node != nullptr && node->type == XML_ELEMENT_NODE && node->ns == nullptr && SameName(node->name, name);
-}
-
-xmlNodePtr DataNodes::FirstChildElement(xmlNodePtr parent, std::string_view name) {
-  if (parent == nullptr) return nullptr;
-  for (xmlNodePtr c = parent->children; c != nullptr; c = c->next) {
-    if (IsElement(c, name)) return c;
-  }
-  return nullptr;
-}
-
-xmlNodePtr DataNodes::ChildWithAttribute(xmlNodePtr parent, std::string_view name, const char* attribute,
-                                         std::string_view value) {
-  if (parent == nullptr) return nullptr;
-  return SiblingWithAttribute(parent->children, name, attribute, value);
-}
-
-xmlNodePtr DataNodes::SiblingWithAttribute(xmlNodePtr first, std::string_view name, const char* attribute,
-                                           std::string_view value) {
-  for (xmlNodePtr c = first; c != nullptr; c = c->next) {
-    if (!IsElement(c, name)) continue;
-    xmlAttrPtr a = FindAttribute(c, attribute);
-    if (a != nullptr && AttributeEquals(a, value)) return c;
-  }
-  return nullptr;
 }
 
 bool DataNodes::HasText(xmlNodePtr node) {

@@ -27,24 +27,61 @@ class DataNodes {
   static void SetAttribute(xmlNodePtr element, const char* name, std::string_view text,
                            bool shareInDictionary = false);
   // The attribute without namespace, or nullptr.
-  static xmlAttrPtr FindAttribute(xmlNodePtr element, std::string_view name);
+  static xmlAttrPtr FindAttribute(xmlNodePtr element, std::string_view name) {
+    if (element == nullptr || element->type != XML_ELEMENT_NODE) return nullptr;
+    for (xmlAttrPtr a = element->properties; a != nullptr; a = a->next) {
+      if (a->ns == nullptr && SameName(a->name, name)) return a;
+    }
+    return nullptr;
+  }
   // The attribute's value as XPath sees it.
   static std::string AttributeValue(xmlAttrPtr attribute);
+  // The attribute's value when it is one text node (as nearly always),
+  // without a copy; nullptr otherwise.
+  static const char* SingleText(xmlAttrPtr attribute) {
+    xmlNodePtr child = attribute->children;
+    if (child != nullptr && child->next == nullptr && child->type == XML_TEXT_NODE) {
+      return child->content ? reinterpret_cast<const char*>(child->content) : "";
+    }
+    return nullptr;
+  }
   // True when the attribute's value equals `text`, without copying it.
-  static bool AttributeEquals(xmlAttrPtr attribute, std::string_view text);
+  static bool AttributeEquals(xmlAttrPtr attribute, std::string_view text) {
+    if (attribute->children == nullptr) return text.empty();
+    if (const char* value = SingleText(attribute)) return SameName(reinterpret_cast<const xmlChar*>(value), text);
+    return AttributeValue(attribute) == text;
+  }
   // A deep copy of an element into `doc`, not linked anywhere; attribute
   // texts are shared through the dictionary.
   static xmlNodePtr CloneElement(xmlDocPtr doc, xmlNodePtr source);
   // The first child element of that name (no namespace), or nullptr.
-  static xmlNodePtr FirstChildElement(xmlNodePtr parent, std::string_view name);
+  static xmlNodePtr FirstChildElement(xmlNodePtr parent, std::string_view name) {
+    if (parent == nullptr) return nullptr;
+    for (xmlNodePtr c = parent->children; c != nullptr; c = c->next) {
+      if (IsElement(c, name)) return c;
+    }
+    return nullptr;
+  }
   // The first child element of that name whose attribute `attribute` equals
   // `value`: the step NAME[@attribute='value'].
   static xmlNodePtr ChildWithAttribute(xmlNodePtr parent, std::string_view name, const char* attribute,
-                                       std::string_view value);
+                                       std::string_view value) {
+    if (parent == nullptr) return nullptr;
+    return SiblingWithAttribute(parent->children, name, attribute, value);
+  }
   // The same among `first` and its following siblings only.
   static xmlNodePtr SiblingWithAttribute(xmlNodePtr first, std::string_view name, const char* attribute,
-                                         std::string_view value);
-  static bool IsElement(xmlNodePtr node, std::string_view name);
+                                         std::string_view value) {
+    for (xmlNodePtr c = first; c != nullptr; c = c->next) {
+      if (!IsElement(c, name)) continue;
+      xmlAttrPtr a = FindAttribute(c, attribute);
+      if (a != nullptr && AttributeEquals(a, value)) return c;
+    }
+    return nullptr;
+  }
+  static bool IsElement(xmlNodePtr node, std::string_view name) {
+    return node != nullptr && node->type == XML_ELEMENT_NODE && node->ns == nullptr && SameName(node->name, name);
+  }
   // The string value of a node is not empty: the test [.!=''].
   static bool HasText(xmlNodePtr node);
   // The string value of a node (its text).
@@ -53,6 +90,17 @@ class DataNodes {
   static void SetText(xmlNodePtr node, std::string_view text);
   // Removes and frees every child of the node.
   static void RemoveChildren(xmlNodePtr node);
+
+  // True when the NUL-terminated `name` equals `wanted`, without measuring it
+  // first. Names of the data document are short and mostly differ early,
+  // where a plain loop beats a library call.
+  static bool SameName(const xmlChar* name, std::string_view wanted) {
+    const char* text = reinterpret_cast<const char*>(name);
+    for (size_t i = 0; i < wanted.size(); ++i) {
+      if (text[i] != wanted[i] || text[i] == '\0') return false;
+    }
+    return text[wanted.size()] == '\0';
+  }
 };
 
 }  // namespace tessel
