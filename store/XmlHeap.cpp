@@ -21,8 +21,10 @@ constexpr size_t kClasses = XmlHeap::kMaxSmall / kGranule;
 // A span is the unit of address space given to one size class.
 constexpr size_t kSpanShift = 17;
 constexpr size_t kSpanBytes = size_t{1} << kSpanShift;
-// Address space is reserved up front and made writable in these steps.
-constexpr size_t kCommitStep = size_t{32} << 20;
+// Address space is reserved up front and made writable in steps of this
+// range.
+constexpr size_t kMinCommitStep = size_t{2} << 20;
+constexpr size_t kMaxCommitStep = size_t{32} << 20;
 constexpr size_t kLargestReservation = size_t{1} << 40;
 constexpr size_t kSmallestReservation = size_t{1} << 30;
 // A thread keeps at most this many free blocks of a class and then gives
@@ -56,6 +58,7 @@ struct Heap {
   uint8_t* spanClass = nullptr;  // per span: its class + 1, 0 while unused
   std::atomic<size_t> carved{0};
   std::atomic<size_t> committed{0};
+  std::atomic<bool> exhausted{false};
   std::mutex growMutex;
   Pool pools[kClasses];
 };
@@ -133,15 +136,31 @@ Heap* MakeHeap() {
 // A new span for the class, writable; nullptr when the reservation is used up
 // or the system refuses more memory.
 char* CarveSpan(Heap* heap, size_t sizeClass) {
+  // Once the heap cannot grow, new blocks come from malloc without asking
+  // again for every one.
+  if (heap->exhausted.load(std::memory_order_relaxed)) return nullptr;
   const size_t offset = heap->carved.fetch_add(kSpanBytes, std::memory_order_relaxed);
-  if (offset + kSpanBytes > heap->size) return nullptr;
+  if (offset + kSpanBytes > heap->size) {
+    heap->exhausted.store(true, std::memory_order_relaxed);
+    return nullptr;
+  }
   const size_t needed = offset + kSpanBytes;
   if (heap->committed.load(std::memory_order_acquire) < needed) {
     std::lock_guard<std::mutex> lock(heap->growMutex);
     size_t committed = heap->committed.load(std::memory_order_relaxed);
     while (committed < needed) {
-      const size_t step = std::min(kCommitStep, heap->size - committed);
-      if (::mprotect(heap->base + committed, step, PROT_READ | PROT_WRITE) != 0) return nullptr;
+      // Steps grow with the heap, so that a small process stays small and a
+      // large document is not made writable a few spans at a time.
+      size_t step = std::min(kMaxCommitStep, std::max(kMinCommitStep, committed / 64));
+      step = std::min(step / kSpanBytes * kSpanBytes, heap->size - committed);
+      if (::mprotect(heap->base + committed, step, PROT_READ | PROT_WRITE) != 0) {
+        heap->exhausted.store(true, std::memory_order_relaxed);
+        return nullptr;
+      }
+      // All of a step is about to be written: its pages are faulted in at
+      // once, which costs far less than a trap for each page. Kernels without
+      // the advice fault them one by one as before.
+      ::madvise(heap->base + committed, step, MADV_POPULATE_WRITE);
       committed += step;
       heap->committed.store(committed, std::memory_order_release);
     }

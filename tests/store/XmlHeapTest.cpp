@@ -99,6 +99,18 @@ TEST_F(XmlHeapTest, BlocksPassedThroughTheSharedPoolComeBackOnce) {
   }
 }
 
+// Enough blocks to make the heap grow many times over: every one of them is
+// the heap's own and none falls back to the C library.
+TEST_F(XmlHeapTest, AGrowingHeapServesEveryBlock) {
+  std::vector<void*> blocks;
+  for (int i = 0; i < 800000; ++i) blocks.push_back(XmlHeap::Allocate(120));
+  size_t foreign = 0;
+  for (void* block : blocks) foreign += XmlHeap::Owns(block) ? 0 : 1;
+  EXPECT_EQ(foreign, 0u);
+  EXPECT_LT(XmlHeap::CurrentUsage().committedBytes, size_t{1} << 30);
+  for (void* block : blocks) XmlHeap::Free(block);
+}
+
 TEST_F(XmlHeapTest, FreedBlocksAreReused) {
   void* first = XmlHeap::Allocate(120);
   XmlHeap::Free(first);
