@@ -1,9 +1,13 @@
 #include "store/DataNodes.h"
 
 #include <libxml/dict.h>
+#include <libxml/globals.h>
+#include <libxml/parserInternals.h>
 
 #include <cstring>
 #include <new>
+
+#include "store/XmlHeap.h"
 
 namespace tessel {
 namespace {
@@ -37,18 +41,46 @@ xmlNodePtr DataNodes::NewText(xmlDocPtr doc, std::string_view text, bool shareIn
   return node;
 }
 
-void DataNodes::SetAttribute(xmlNodePtr element, const char* name, std::string_view text, bool shareInDictionary) {
+xmlNodePtr DataNodes::NewSharedText(std::string_view text) {
+  // A node callback would see one node stand for many and be told of its
+  // end once per holder; with one registered, nothing is shared.
+  if (text.size() >= kInlineRoom || xmlRegisterNodeDefaultValue != nullptr) return nullptr;
+  void* block = XmlHeap::AllocateCounted(sizeof(xmlNode));
+  if (block == nullptr) return nullptr;
+  // Made as libxml2 makes a text node, with the text in the node itself and
+  // neither document nor parent, as it belongs to no one attribute.
+  xmlNodePtr node = static_cast<xmlNodePtr>(block);
+  std::memset(node, 0, sizeof(xmlNode));
+  node->type = XML_TEXT_NODE;
+  node->name = xmlStringText;
+  char* room = reinterpret_cast<char*>(&node->properties);
+  std::memcpy(room, text.data(), text.size());
+  room[text.size()] = '\0';
+  node->content = reinterpret_cast<xmlChar*>(room);
+  return node;
+}
+
+void DataNodes::SetAttribute(xmlNodePtr element, const char* name, std::string_view text, bool shared) {
+  xmlNodePtr value = shared ? NewSharedText(text) : nullptr;
+  if (value == nullptr) value = NewText(element->doc, text, shared);
+  SetAttributeText(element, name, value);
+}
+
+void DataNodes::SetAttributeText(xmlNodePtr element, const char* name, xmlNodePtr text) {
   xmlAttrPtr attribute = FindAttribute(element, name);
   if (attribute == nullptr) {
     attribute = xmlNewProp(element, X(name), nullptr);
-    if (attribute == nullptr) throw std::bad_alloc();
+    if (attribute == nullptr) {
+      xmlFreeNode(text);
+      throw std::bad_alloc();
+    }
   } else if (attribute->children != nullptr) {
     xmlFreeNodeList(attribute->children);
   }
-  xmlNodePtr value = NewText(element->doc, text, shareInDictionary);
-  value->parent = reinterpret_cast<xmlNodePtr>(attribute);
-  attribute->children = value;
-  attribute->last = value;
+  // A shared text keeps no parent: it has many.
+  if (!XmlHeap::IsCounted(text)) text->parent = reinterpret_cast<xmlNodePtr>(attribute);
+  attribute->children = text;
+  attribute->last = text;
 }
 
 std::string DataNodes::AttributeValue(xmlAttrPtr attribute) {
@@ -83,9 +115,17 @@ xmlNodePtr DataNodes::CloneElement(xmlDocPtr doc, xmlNodePtr source) {
                                  ? xmlNewNsPropEatName(copy, nullptr, const_cast<xmlChar*>(a->name), nullptr)
                                  : xmlNewProp(copy, a->name, nullptr);
       if (attribute == nullptr) throw std::bad_alloc();
-      const char* single = SingleText(a);
-      xmlNodePtr value = single ? NewText(doc, single, true) : NewText(doc, AttributeValue(a), true);
-      value->parent = reinterpret_cast<xmlNodePtr>(attribute);
+      xmlNodePtr value;
+      if (xmlNodePtr text = a->children; text != nullptr && text->next == nullptr &&
+                                           text->type == XML_TEXT_NODE && XmlHeap::IsCounted(text)) {
+        // The templates' texts are counted: every record holds the same one.
+        XmlHeap::Retain(text);
+        value = text;
+      } else {
+        const char* single = SingleText(a);
+        value = single ? NewText(doc, single, true) : NewText(doc, AttributeValue(a), true);
+        value->parent = reinterpret_cast<xmlNodePtr>(attribute);
+      }
       attribute->children = value;
       attribute->last = value;
     }

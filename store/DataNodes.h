@@ -7,6 +7,11 @@
 // slots a text node does not use, as libxml2's own parser does), and
 // attribute texts of templates are shared through the document's name
 // dictionary when it has one. libxml2 frees and replaces such texts itself.
+// Short attribute texts of templates (field names) go further: the text node
+// itself is shared by every record made from the template, as a counted
+// block of XmlHeap whose frees drop one reference each. Such a node is
+// reached only through its attributes, which XPath does not descend into,
+// and an attribute that is set anew lets go of it instead of changing it.
 //
 // Stateless; every function works on the nodes it is given.
 #pragma once
@@ -22,10 +27,18 @@ class DataNodes {
  public:
   // A new text node of `doc`, not linked anywhere.
   static xmlNodePtr NewText(xmlDocPtr doc, std::string_view text, bool shareInDictionary = false);
+  // A text node that many attributes may hold at once, or nullptr when the
+  // text is too long for that or the heap cannot count references. Each
+  // holder frees it as usual; the last free ends it. It has no document and
+  // no parent, and must never be changed in place.
+  static xmlNodePtr NewSharedText(std::string_view text);
   // Sets the attribute (no namespace) to `text`, replacing its value when it
-  // exists.
-  static void SetAttribute(xmlNodePtr element, const char* name, std::string_view text,
-                           bool shareInDictionary = false);
+  // exists. With `shared`, the text is a shared node when it can be (else
+  // its text is shared through the dictionary): for the names of template
+  // fields, which CloneElement then hands on to every copy.
+  static void SetAttribute(xmlNodePtr element, const char* name, std::string_view text, bool shared = false);
+  // The same with a text node made by the caller, which the attribute takes.
+  static void SetAttributeText(xmlNodePtr element, const char* name, xmlNodePtr text);
   // The attribute without namespace, or nullptr.
   static xmlAttrPtr FindAttribute(xmlNodePtr element, std::string_view name) {
     if (element == nullptr || element->type != XML_ELEMENT_NODE) return nullptr;
@@ -52,7 +65,8 @@ class DataNodes {
     return AttributeValue(attribute) == text;
   }
   // A deep copy of an element into `doc`, not linked anywhere; attribute
-  // texts are shared through the dictionary.
+  // texts that are shared nodes are held by the copy as well, others are
+  // shared through the dictionary.
   static xmlNodePtr CloneElement(xmlDocPtr doc, xmlNodePtr source);
   // The first child element of that name (no namespace), or nullptr.
   static xmlNodePtr FirstChildElement(xmlNodePtr parent, std::string_view name) {

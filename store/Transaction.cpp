@@ -22,6 +22,7 @@
 #include "store/TransactionContext.h"
 #include "store/TransactionFactory.h"
 #include "store/XMLWrapper.h"
+#include "store/XmlHeap.h"
 
 namespace tessel {
 namespace {
@@ -124,9 +125,14 @@ void Transaction::KeepDocument(Ref<XMLWrapper> document) { ownDocument_ = std::m
 void Transaction::SetTimeStamp() {
   // Records are made far faster than once a millisecond: the text of the
   // current millisecond is kept per thread and formatted once.
+  // The records of one millisecond also hold one shared text node.
   struct Stamp {
     int64_t millisecond = -1;
     std::string text;
+    xmlNodePtr shared = nullptr;
+    ~Stamp() {
+      if (shared != nullptr) xmlFreeNode(shared);
+    }
   };
   static thread_local Stamp last;
   const auto now = TimeText::Clock::now();
@@ -135,8 +141,15 @@ void Transaction::SetTimeStamp() {
   if (millisecond != last.millisecond) {
     last.text = TimeText::Time(now);
     last.millisecond = millisecond;
+    if (last.shared != nullptr) xmlFreeNode(last.shared);
+    last.shared = DataNodes::NewSharedText(last.text);
   }
-  DataNodes::SetAttribute(data_, "timestamp", last.text);
+  if (last.shared == nullptr) {
+    DataNodes::SetAttribute(data_, "timestamp", last.text);
+    return;
+  }
+  XmlHeap::Retain(last.shared);
+  DataNodes::SetAttributeText(data_, "timestamp", last.shared);
 }
 
 void Transaction::SetXWrapper(Ref<XMLWrapper> wrapper) {

@@ -35,6 +35,17 @@ constexpr uint32_t kRefillBatch = 256;
 inline size_t ClassOf(size_t size) { return size == 0 ? 0 : (size - 1) / kGranule; }
 inline size_t ClassSize(size_t sizeClass) { return (sizeClass + 1) * kGranule; }
 
+// A slot is a size class of plain blocks (below kClasses) or of counted
+// blocks (kClasses and above): a counted block is preceded by its reference
+// count, so its stride is 8 bytes more than its class size.
+constexpr size_t kSlots = 2 * kClasses;
+constexpr size_t kCountBytes = 8;
+using Count = std::atomic<uint64_t>;
+static_assert(sizeof(Count) == kCountBytes);
+inline bool IsCountedSlot(size_t slot) { return slot >= kClasses; }
+inline size_t SlotClass(size_t slot) { return slot % kClasses; }
+inline size_t Stride(size_t slot) { return ClassSize(SlotClass(slot)) + (IsCountedSlot(slot) ? kCountBytes : 0); }
+
 struct FreeBlock {
   FreeBlock* next;
 };
@@ -55,12 +66,12 @@ struct Pool {
 struct Heap {
   char* base = nullptr;
   size_t size = 0;
-  uint8_t* spanClass = nullptr;  // per span: its class + 1, 0 while unused
+  uint8_t* spanSlot = nullptr;  // per span: its slot + 1, 0 while unused
   std::atomic<size_t> carved{0};
   std::atomic<size_t> committed{0};
   std::atomic<bool> exhausted{false};
   std::mutex growMutex;
-  Pool pools[kClasses];
+  Pool pools[kSlots];
 };
 
 std::atomic<Heap*> gHeap{nullptr};
@@ -70,10 +81,10 @@ std::atomic<bool> gInstalled{false};
 // data, so that it can be reached at any time of the thread's life, also
 // after the thread's destructors have handed its contents back.
 struct ThreadCache {
-  FreeBlock* head[kClasses];
-  uint32_t count[kClasses];
-  char* bump[kClasses];
-  char* bumpEnd[kClasses];
+  FreeBlock* head[kSlots];
+  uint32_t count[kSlots];
+  char* bump[kSlots];
+  char* bumpEnd[kSlots];
   bool armed;    // the retirer is registered for this thread
   bool retired;  // the thread is ending: everything goes to the shared pools
 };
@@ -102,10 +113,12 @@ inline uintptr_t OffsetOf(const Heap* heap, const void* block) {
 // Unsigned, so that addresses below the base wrap round to large offsets.
 inline bool InHeap(const Heap* heap, const void* block) { return OffsetOf(heap, block) < heap->size; }
 
-inline size_t ClassOfBlock(const Heap* heap, const void* block) {
+inline size_t SlotOfBlock(const Heap* heap, const void* block) {
   const size_t span = OffsetOf(heap, block) >> kSpanShift;
-  return static_cast<size_t>(heap->spanClass[span]) - 1;
+  return static_cast<size_t>(heap->spanSlot[span]) - 1;
 }
+
+inline Count& CountOf(void* block) { return *reinterpret_cast<Count*>(static_cast<char*>(block) - kCountBytes); }
 
 Heap* MakeHeap() {
   char* base = nullptr;
@@ -129,13 +142,13 @@ Heap* MakeHeap() {
   Heap* heap = ::new (storage) Heap();
   heap->base = base;
   heap->size = size;
-  heap->spanClass = static_cast<uint8_t*>(table);
+  heap->spanSlot = static_cast<uint8_t*>(table);
   return heap;
 }
 
-// A new span for the class, writable; nullptr when the reservation is used up
+// A new span for the slot, writable; nullptr when the reservation is used up
 // or the system refuses more memory.
-char* CarveSpan(Heap* heap, size_t sizeClass) {
+char* CarveSpan(Heap* heap, size_t slot) {
   // Once the heap cannot grow, new blocks come from malloc without asking
   // again for every one.
   if (heap->exhausted.load(std::memory_order_relaxed)) return nullptr;
@@ -165,7 +178,7 @@ char* CarveSpan(Heap* heap, size_t sizeClass) {
       heap->committed.store(committed, std::memory_order_release);
     }
   }
-  heap->spanClass[offset >> kSpanShift] = static_cast<uint8_t>(sizeClass + 1);
+  heap->spanSlot[offset >> kSpanShift] = static_cast<uint8_t>(slot + 1);
   return heap->base + offset;
 }
 
@@ -175,22 +188,22 @@ void PushToPool(Pool& pool, FreeBlock* first, FreeBlock* last) {
   pool.head = first;
 }
 
-// Gives the older half of a thread's free list of one class to the pool.
-void Spill(Heap* heap, ThreadCache& cache, size_t sizeClass) {
-  FreeBlock* keepLast = cache.head[sizeClass];
+// Gives the older half of a thread's free list of one slot to the pool.
+void Spill(Heap* heap, ThreadCache& cache, size_t slot) {
+  FreeBlock* keepLast = cache.head[slot];
   for (uint32_t i = 1; i < kCacheLimit / 2; ++i) keepLast = keepLast->next;
   FreeBlock* first = keepLast->next;
   keepLast->next = nullptr;
   FreeBlock* last = first;
   while (last->next != nullptr) last = last->next;
-  cache.count[sizeClass] = kCacheLimit / 2;
-  PushToPool(heap->pools[sizeClass], first, last);
+  cache.count[slot] = kCacheLimit / 2;
+  PushToPool(heap->pools[slot], first, last);
 }
 
 void Retire(Heap* heap, ThreadCache& cache) {
   if (cache.retired) return;
   cache.retired = true;
-  for (size_t c = 0; c < kClasses; ++c) {
+  for (size_t c = 0; c < kSlots; ++c) {
     if (FreeBlock* first = cache.head[c]) {
       FreeBlock* last = first;
       while (last->next != nullptr) last = last->next;
@@ -200,7 +213,7 @@ void Retire(Heap* heap, ThreadCache& cache) {
     cache.count[c] = 0;
     char* begin = cache.bump[c];
     char* end = cache.bumpEnd[c];
-    if (begin != nullptr && end - begin >= static_cast<std::ptrdiff_t>(std::max(sizeof(Leftover), ClassSize(c)))) {
+    if (begin != nullptr && end - begin >= static_cast<std::ptrdiff_t>(std::max(sizeof(Leftover), Stride(c)))) {
       Pool& pool = heap->pools[c];
       std::lock_guard<std::mutex> lock(pool.mutex);
       Leftover* leftover = ::new (begin) Leftover{end, pool.leftovers};
@@ -210,16 +223,16 @@ void Retire(Heap* heap, ThreadCache& cache) {
   }
 }
 
-// The slow path of Allocate: the thread's list and span of the class are
-// empty. nullptr when no block can be had here.
-void* Refill(Heap* heap, ThreadCache& cache, size_t sizeClass) {
-  Pool& pool = heap->pools[sizeClass];
-  const size_t blockSize = ClassSize(sizeClass);
+// The slow path of Take: the thread's list and span of the slot are empty.
+// nullptr when no block can be had here.
+char* Refill(Heap* heap, ThreadCache& cache, size_t slot) {
+  Pool& pool = heap->pools[slot];
+  const size_t stride = Stride(slot);
   if (cache.retired) {
     std::lock_guard<std::mutex> lock(pool.mutex);
     FreeBlock* block = pool.head;
     if (block != nullptr) pool.head = block->next;
-    return block;
+    return reinterpret_cast<char*>(block);
   }
   if (!cache.armed) Arm(cache);
   {
@@ -233,23 +246,55 @@ void* Refill(Heap* heap, ThreadCache& cache, size_t sizeClass) {
       }
       pool.head = last->next;
       last->next = nullptr;
-      cache.head[sizeClass] = first->next;
-      cache.count[sizeClass] = taken - 1;
-      return first;
+      cache.head[slot] = first->next;
+      cache.count[slot] = taken - 1;
+      return reinterpret_cast<char*>(first);
     }
     if (Leftover* leftover = pool.leftovers) {
       pool.leftovers = leftover->next;
       char* begin = reinterpret_cast<char*>(leftover);
-      cache.bump[sizeClass] = begin + blockSize;
-      cache.bumpEnd[sizeClass] = leftover->end;
+      cache.bump[slot] = begin + stride;
+      cache.bumpEnd[slot] = leftover->end;
       return begin;
     }
   }
-  char* span = CarveSpan(heap, sizeClass);
+  char* span = CarveSpan(heap, slot);
   if (span == nullptr) return nullptr;
-  cache.bump[sizeClass] = span + blockSize;
-  cache.bumpEnd[sizeClass] = span + (kSpanBytes / blockSize) * blockSize;
+  cache.bump[slot] = span + stride;
+  cache.bumpEnd[slot] = span + (kSpanBytes / stride) * stride;
   return span;
+}
+
+// A block of the slot (its start, before any count); nullptr when none can
+// be had.
+inline char* Take(Heap* heap, size_t slot) {
+  ThreadCache& cache = tCache;
+  if (FreeBlock* block = cache.head[slot]) {
+    cache.head[slot] = block->next;
+    --cache.count[slot];
+    return reinterpret_cast<char*>(block);
+  }
+  const size_t stride = Stride(slot);
+  char* bump = cache.bump[slot];
+  if (bump != nullptr && bump + stride <= cache.bumpEnd[slot]) {
+    cache.bump[slot] = bump + stride;
+    return bump;
+  }
+  return Refill(heap, cache, slot);
+}
+
+// Gives a block (its start) back to the thread's list of the slot.
+inline void Give(Heap* heap, size_t slot, void* start) {
+  ThreadCache& cache = tCache;
+  FreeBlock* freed = static_cast<FreeBlock*>(start);
+  if (cache.retired) {
+    PushToPool(heap->pools[slot], freed, freed);
+    return;
+  }
+  freed->next = cache.head[slot];
+  cache.head[slot] = freed;
+  if (++cache.count[slot] > kCacheLimit) Spill(heap, cache, slot);
+  if (!cache.armed) Arm(cache);
 }
 
 }  // namespace
@@ -272,21 +317,24 @@ bool XmlHeap::Installed() { return gInstalled.load(std::memory_order_acquire); }
 void* XmlHeap::Allocate(size_t size) {
   Heap* heap = gHeap.load(std::memory_order_acquire);
   if (size > kMaxSmall || heap == nullptr) return std::malloc(size);
-  const size_t sizeClass = ClassOf(size);
-  ThreadCache& cache = tCache;
-  if (FreeBlock* block = cache.head[sizeClass]) {
-    cache.head[sizeClass] = block->next;
-    --cache.count[sizeClass];
-    return block;
-  }
-  const size_t blockSize = ClassSize(sizeClass);
-  char* bump = cache.bump[sizeClass];
-  if (bump != nullptr && bump + blockSize <= cache.bumpEnd[sizeClass]) {
-    cache.bump[sizeClass] = bump + blockSize;
-    return bump;
-  }
-  if (void* block = Refill(heap, cache, sizeClass)) return block;
+  if (void* block = Take(heap, ClassOf(size))) return block;
   return std::malloc(size);
+}
+
+void* XmlHeap::AllocateCounted(size_t size) {
+  Heap* heap = gHeap.load(std::memory_order_acquire);
+  if (size > kMaxSmall || heap == nullptr) return nullptr;
+  char* start = Take(heap, kClasses + ClassOf(size));
+  if (start == nullptr) return nullptr;
+  ::new (start) Count(1);
+  return start + kCountBytes;
+}
+
+void XmlHeap::Retain(void* block) { CountOf(block).fetch_add(1, std::memory_order_relaxed); }
+
+bool XmlHeap::IsCounted(const void* block) {
+  const Heap* heap = gHeap.load(std::memory_order_acquire);
+  return heap != nullptr && block != nullptr && InHeap(heap, block) && IsCountedSlot(SlotOfBlock(heap, block));
 }
 
 void XmlHeap::Free(void* block) {
@@ -295,28 +343,27 @@ void XmlHeap::Free(void* block) {
     std::free(block);
     return;
   }
-  const size_t sizeClass = ClassOfBlock(heap, block);
-  ThreadCache& cache = tCache;
-  FreeBlock* freed = static_cast<FreeBlock*>(block);
-  if (cache.retired) {
-    PushToPool(heap->pools[sizeClass], freed, freed);
+  const size_t slot = SlotOfBlock(heap, block);
+  if (!IsCountedSlot(slot)) {
+    Give(heap, slot, block);
     return;
   }
-  freed->next = cache.head[sizeClass];
-  cache.head[sizeClass] = freed;
-  if (++cache.count[sizeClass] > kCacheLimit) Spill(heap, cache, sizeClass);
-  if (!cache.armed) Arm(cache);
+  // The last holder frees; acquire so that its reads of the block are done.
+  if (CountOf(block).fetch_sub(1, std::memory_order_acq_rel) != 1) return;
+  Give(heap, slot, static_cast<char*>(block) - kCountBytes);
 }
 
 void* XmlHeap::Reallocate(void* block, size_t size) {
   if (block == nullptr) return Allocate(size);
   Heap* heap = gHeap.load(std::memory_order_acquire);
   if (heap == nullptr || !InHeap(heap, block)) return std::realloc(block, size);
-  const size_t have = ClassSize(ClassOfBlock(heap, block));
-  if (size <= have) return block;
+  const size_t slot = SlotOfBlock(heap, block);
+  const size_t have = ClassSize(SlotClass(slot));
+  if (size <= have && !IsCountedSlot(slot)) return block;
+  // A counted block may have other holders: the caller gets a copy of its own.
   void* moved = Allocate(size);
   if (moved == nullptr) return nullptr;
-  std::memcpy(moved, block, have);
+  std::memcpy(moved, block, std::min(have, size));
   Free(block);
   return moved;
 }
@@ -337,7 +384,7 @@ bool XmlHeap::Owns(const void* block) {
 size_t XmlHeap::BlockSize(const void* block) {
   const Heap* heap = gHeap.load(std::memory_order_acquire);
   if (heap == nullptr || block == nullptr || !InHeap(heap, block)) return 0;
-  return ClassSize(ClassOfBlock(heap, block));
+  return ClassSize(SlotClass(SlotOfBlock(heap, block)));
 }
 
 XmlHeap::Usage XmlHeap::CurrentUsage() {

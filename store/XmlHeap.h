@@ -45,6 +45,15 @@ class XmlHeap {
   static void* Reallocate(void* block, size_t size);
   static char* Duplicate(const char* text);
 
+  // Counted blocks: a block whose xmlFree only drops one reference, so that
+  // several owners in libxml2's trees may hold it and each free it. The
+  // block is freed when the last reference goes. nullptr when the heap is
+  // not there or the size is above kMaxSmall. The count starts at 1.
+  static void* AllocateCounted(size_t size);
+  // One more reference; `block` must be counted.
+  static void Retain(void* block);
+  static bool IsCounted(const void* block);
+
   // True when the block is one of this heap's small blocks.
   static bool Owns(const void* block);
   // Usable size of a block of this heap (its class size); 0 for others.

@@ -111,6 +111,72 @@ TEST_F(XmlHeapTest, AGrowingHeapServesEveryBlock) {
   for (void* block : blocks) XmlHeap::Free(block);
 }
 
+TEST_F(XmlHeapTest, ACountedBlockGoesWithItsLastHolder) {
+  void* block = XmlHeap::AllocateCounted(120);
+  ASSERT_NE(block, nullptr);
+  EXPECT_TRUE(XmlHeap::IsCounted(block));
+  EXPECT_EQ(XmlHeap::BlockSize(block), 120u);
+  Stamp(block, 120, 5);
+  XmlHeap::Retain(block);
+  XmlHeap::Retain(block);
+  XmlHeap::Free(block);
+  XmlHeap::Free(block);
+  // One holder is left: the block is not handed out again.
+  void* other = XmlHeap::AllocateCounted(120);
+  EXPECT_NE(other, block);
+  EXPECT_TRUE(HasStamp(block, 120, 5));
+  XmlHeap::Free(block);
+  void* again = XmlHeap::AllocateCounted(120);
+  EXPECT_EQ(again, block);
+  XmlHeap::Free(again);
+  XmlHeap::Free(other);
+  void* plain = XmlHeap::Allocate(120);
+  EXPECT_FALSE(XmlHeap::IsCounted(plain));
+  XmlHeap::Free(plain);
+}
+
+TEST_F(XmlHeapTest, ReallocatingASharedBlockGivesTheCallerACopy) {
+  char* block = static_cast<char*>(XmlHeap::AllocateCounted(16));
+  std::memcpy(block, "shared", 7);
+  XmlHeap::Retain(block);
+  char* mine = static_cast<char*>(XmlHeap::Reallocate(block, 16));
+  EXPECT_NE(mine, block);
+  EXPECT_STREQ(mine, "shared");
+  EXPECT_STREQ(block, "shared");  // the other holder's block is intact
+  EXPECT_FALSE(XmlHeap::IsCounted(mine));
+  XmlHeap::Free(mine);
+  XmlHeap::Free(block);
+}
+
+// Holders on several threads take and drop references to the same blocks
+// at once; each block goes back exactly once, after its last holder.
+TEST_F(XmlHeapTest, ReferencesTakenAndDroppedOnSeveralThreadsBalance) {
+  constexpr int kBlocks = 64;
+  constexpr int kThreads = 4;
+  std::vector<void*> blocks;
+  for (int i = 0; i < kBlocks; ++i) {
+    blocks.push_back(XmlHeap::AllocateCounted(120));
+    Stamp(blocks.back(), 120, static_cast<uint32_t>(i));
+  }
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&] {
+      for (int round = 0; round < 20000; ++round) {
+        void* block = blocks[static_cast<size_t>(round % kBlocks)];
+        XmlHeap::Retain(block);
+        XmlHeap::Free(block);
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  for (int i = 0; i < kBlocks; ++i) EXPECT_TRUE(HasStamp(blocks[static_cast<size_t>(i)], 120, static_cast<uint32_t>(i)));
+  std::set<uintptr_t> fresh;
+  for (void* block : blocks) XmlHeap::Free(block);
+  for (int i = 0; i < kBlocks; ++i) fresh.insert(reinterpret_cast<uintptr_t>(XmlHeap::AllocateCounted(120)));
+  for (void* block : blocks) EXPECT_EQ(fresh.count(reinterpret_cast<uintptr_t>(block)), 1u);
+  for (uintptr_t block : fresh) XmlHeap::Free(reinterpret_cast<void*>(block));
+}
+
 TEST_F(XmlHeapTest, FreedBlocksAreReused) {
   void* first = XmlHeap::Allocate(120);
   XmlHeap::Free(first);
