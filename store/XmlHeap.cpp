@@ -28,7 +28,7 @@ constexpr size_t kMaxCommitStep = size_t{32} << 20;
 constexpr size_t kLargestReservation = size_t{1} << 40;
 constexpr size_t kSmallestReservation = size_t{1} << 30;
 // A thread keeps at most this many free blocks of a class and then gives
-// half of them to the shared pool; it takes up to a batch back at a time.
+// them all to the shared pool; it takes up to a batch back at a time.
 constexpr uint32_t kCacheLimit = 4096;
 constexpr uint32_t kRefillBatch = 256;
 
@@ -82,6 +82,7 @@ std::atomic<bool> gInstalled{false};
 // after the thread's destructors have handed its contents back.
 struct ThreadCache {
   FreeBlock* head[kSlots];
+  FreeBlock* tail[kSlots];  // the last block of the list, so that it moves whole
   uint32_t count[kSlots];
   char* bump[kSlots];
   char* bumpEnd[kSlots];
@@ -188,28 +189,12 @@ void PushToPool(Pool& pool, FreeBlock* first, FreeBlock* last) {
   pool.head = first;
 }
 
-// Gives the older half of a thread's free list of one slot to the pool.
-void Spill(Heap* heap, ThreadCache& cache, size_t slot) {
-  FreeBlock* keepLast = cache.head[slot];
-  for (uint32_t i = 1; i < kCacheLimit / 2; ++i) keepLast = keepLast->next;
-  FreeBlock* first = keepLast->next;
-  keepLast->next = nullptr;
-  FreeBlock* last = first;
-  while (last->next != nullptr) last = last->next;
-  cache.count[slot] = kCacheLimit / 2;
-  PushToPool(heap->pools[slot], first, last);
-}
-
 void Retire(Heap* heap, ThreadCache& cache) {
   if (cache.retired) return;
   cache.retired = true;
   for (size_t c = 0; c < kSlots; ++c) {
-    if (FreeBlock* first = cache.head[c]) {
-      FreeBlock* last = first;
-      while (last->next != nullptr) last = last->next;
-      PushToPool(heap->pools[c], first, last);
-    }
-    cache.head[c] = nullptr;
+    if (FreeBlock* first = cache.head[c]) PushToPool(heap->pools[c], first, cache.tail[c]);
+    cache.head[c] = cache.tail[c] = nullptr;
     cache.count[c] = 0;
     char* begin = cache.bump[c];
     char* end = cache.bumpEnd[c];
@@ -247,6 +232,7 @@ char* Refill(Heap* heap, ThreadCache& cache, size_t slot) {
       pool.head = last->next;
       last->next = nullptr;
       cache.head[slot] = first->next;
+      cache.tail[slot] = first->next != nullptr ? last : nullptr;
       cache.count[slot] = taken - 1;
       return reinterpret_cast<char*>(first);
     }
@@ -271,6 +257,7 @@ inline char* Take(Heap* heap, size_t slot) {
   ThreadCache& cache = tCache;
   if (FreeBlock* block = cache.head[slot]) {
     cache.head[slot] = block->next;
+    if (block->next == nullptr) cache.tail[slot] = nullptr;
     --cache.count[slot];
     return reinterpret_cast<char*>(block);
   }
@@ -292,8 +279,15 @@ inline void Give(Heap* heap, size_t slot, void* start) {
     return;
   }
   freed->next = cache.head[slot];
+  if (freed->next == nullptr) cache.tail[slot] = freed;
   cache.head[slot] = freed;
-  if (++cache.count[slot] > kCacheLimit) Spill(heap, cache, slot);
+  if (++cache.count[slot] > kCacheLimit) {
+    // Given whole: walking a list of blocks freed long after they were
+    // written is a cache miss for each.
+    PushToPool(heap->pools[slot], freed, cache.tail[slot]);
+    cache.head[slot] = cache.tail[slot] = nullptr;
+    cache.count[slot] = 0;
+  }
   if (!cache.armed) Arm(cache);
 }
 
