@@ -18,14 +18,68 @@ const char* C(const xmlChar* text) { return reinterpret_cast<const char*>(text);
 // Room inside a text node for a short text: its properties and nsDef slots.
 constexpr size_t kInlineRoom = sizeof(void*) * 2;
 
+// A zeroed node structure from libxml2's allocator.
+template <class T>
+T* NewStructure() {
+  T* node = static_cast<T*>(xmlMalloc(sizeof(T)));
+  if (node == nullptr) throw std::bad_alloc();
+  std::memset(node, 0, sizeof(T));
+  return node;
+}
+
+// An element of `doc` named by a name that the document's dictionary owns,
+// made as xmlNewDocNodeEatName makes it when no node callback is registered.
+xmlNodePtr PlainElement(xmlDocPtr doc, const xmlChar* name) {
+  xmlNodePtr node = NewStructure<xmlNode>();
+  node->type = XML_ELEMENT_NODE;
+  node->name = name;
+  node->doc = doc;
+  return node;
+}
+
+// An attribute without value appended to the element's attributes, made as
+// xmlNewNsPropEatName makes it when no node callback is registered.
+xmlAttrPtr PlainAttribute(xmlNodePtr element, const xmlChar* name, xmlAttrPtr last) {
+  xmlAttrPtr attribute = NewStructure<xmlAttr>();
+  attribute->type = XML_ATTRIBUTE_NODE;
+  attribute->name = name;
+  attribute->parent = element;
+  attribute->doc = element->doc;
+  attribute->prev = last;
+  if (last != nullptr) last->next = attribute; else element->properties = attribute;
+  return attribute;
+}
+
 }  // namespace
 
-xmlNodePtr DataNodes::NewText(xmlDocPtr doc, std::string_view text, bool shareInDictionary) {
-  xmlNodePtr node = xmlNewDocText(doc, nullptr);
+bool DataNodes::PlainConstruction() { return xmlRegisterNodeDefaultValue == nullptr; }
+
+xmlNodePtr DataNodes::NewElement(xmlDocPtr doc, const xmlChar* dictionaryName, bool plain) {
+  if (plain) return PlainElement(doc, dictionaryName);
+  xmlNodePtr node = xmlNewDocNodeEatName(doc, nullptr, const_cast<xmlChar*>(dictionaryName), nullptr);
   if (node == nullptr) throw std::bad_alloc();
+  return node;
+}
+
+xmlNodePtr DataNodes::NewText(xmlDocPtr doc, std::string_view text, bool shareInDictionary) {
+  return NewText(doc, text, shareInDictionary, PlainConstruction());
+}
+
+xmlNodePtr DataNodes::NewText(xmlDocPtr doc, std::string_view text, bool shareInDictionary, bool plain) {
+  xmlNodePtr node;
+  if (plain) {
+    // As xmlNewDocText makes it.
+    node = NewStructure<xmlNode>();
+    node->type = XML_TEXT_NODE;
+    node->name = xmlStringText;
+    node->doc = doc;
+  } else {
+    node = xmlNewDocText(doc, nullptr);
+    if (node == nullptr) throw std::bad_alloc();
+  }
   if (text.size() < kInlineRoom) {
     char* room = reinterpret_cast<char*>(&node->properties);
-    std::memcpy(room, text.data(), text.size());
+    for (size_t i = 0; i < text.size(); ++i) room[i] = text[i];
     room[text.size()] = '\0';
     node->content = reinterpret_cast<xmlChar*>(room);
   } else if (shareInDictionary && doc != nullptr && doc->dict != nullptr) {
@@ -101,6 +155,7 @@ xmlNodePtr DataNodes::CloneElement(xmlDocPtr doc, xmlNodePtr source) {
   // the same interned pointers instead of looking each name up again.
   const bool sameDictionary = doc != nullptr && doc->dict != nullptr && source->doc != nullptr &&
                               source->doc->dict == doc->dict;
+  if (sameDictionary && PlainConstruction()) return ClonePlain(doc, source);
   xmlNodePtr copy = sameDictionary
                         ? xmlNewDocNodeEatName(doc, nullptr, const_cast<xmlChar*>(source->name), nullptr)
                         : xmlNewDocNode(doc, nullptr, source->name, nullptr);
@@ -140,6 +195,54 @@ xmlNodePtr DataNodes::CloneElement(xmlDocPtr doc, xmlNodePtr source) {
         if (added == nullptr) throw std::bad_alloc();
       }
       // Linked by hand: xmlAddChild would merge neighbouring text nodes.
+      added->parent = copy;
+      added->prev = copy->last;
+      if (copy->last != nullptr) copy->last->next = added; else copy->children = added;
+      copy->last = added;
+    }
+  } catch (...) {
+    xmlFreeNode(copy);
+    throw;
+  }
+  return copy;
+}
+
+xmlNodePtr DataNodes::ClonePlain(xmlDocPtr doc, xmlNodePtr source) {
+  xmlNodePtr copy = PlainElement(doc, source->name);
+  try {
+    xmlAttrPtr last = nullptr;
+    for (xmlAttrPtr a = source->properties; a != nullptr; a = a->next) {
+      if (a->ns != nullptr) {
+        if (xmlCopyProp(copy, a) == nullptr) throw std::bad_alloc();
+        last = copy->properties;
+        while (last->next != nullptr) last = last->next;
+        continue;
+      }
+      xmlAttrPtr attribute = PlainAttribute(copy, a->name, last);
+      last = attribute;
+      xmlNodePtr value;
+      if (xmlNodePtr text = a->children; text != nullptr && text->next == nullptr &&
+                                           text->type == XML_TEXT_NODE && XmlHeap::IsCounted(text)) {
+        XmlHeap::Retain(text);
+        value = text;
+      } else {
+        const char* single = SingleText(a);
+        value = single ? NewText(doc, single, true, true) : NewText(doc, AttributeValue(a), true, true);
+        value->parent = reinterpret_cast<xmlNodePtr>(attribute);
+      }
+      attribute->children = value;
+      attribute->last = value;
+    }
+    for (xmlNodePtr child = source->children; child != nullptr; child = child->next) {
+      xmlNodePtr added;
+      if (child->type == XML_TEXT_NODE) {
+        added = NewText(doc, child->content ? C(child->content) : "", false, true);
+      } else if (child->type == XML_ELEMENT_NODE && child->ns == nullptr && child->nsDef == nullptr) {
+        added = ClonePlain(doc, child);
+      } else {
+        added = child->type == XML_ELEMENT_NODE ? CloneElement(doc, child) : xmlDocCopyNode(child, doc, 1);
+        if (added == nullptr) throw std::bad_alloc();
+      }
       added->parent = copy;
       added->prev = copy->last;
       if (copy->last != nullptr) copy->last->next = added; else copy->children = added;

@@ -27,6 +27,8 @@ class DataNodes {
  public:
   // A new text node of `doc`, not linked anywhere.
   static xmlNodePtr NewText(xmlDocPtr doc, std::string_view text, bool shareInDictionary = false);
+  // The same, with PlainConstruction() asked by the caller beforehand.
+  static xmlNodePtr NewText(xmlDocPtr doc, std::string_view text, bool shareInDictionary, bool plain);
   // A text node that many attributes may hold at once, or nullptr when the
   // text is too long for that or the heap cannot count references. Each
   // holder frees it as usual; the last free ends it. It has no document and
@@ -64,6 +66,14 @@ class DataNodes {
     if (const char* value = SingleText(attribute)) return SameName(reinterpret_cast<const xmlChar*>(value), text);
     return AttributeValue(attribute) == text;
   }
+  // A new element of `doc`, not linked, named by a name that the document's
+  // dictionary owns (or that lives as long as the document).
+  // `plain` is what PlainConstruction() answered.
+  static xmlNodePtr NewElement(xmlDocPtr doc, const xmlChar* dictionaryName, bool plain);
+  // True when no node callback is registered with libxml2: nodes are then
+  // made here field by field as libxml2's constructors make them, without
+  // the calls and lookups those take.
+  static bool PlainConstruction();
   // A deep copy of an element into `doc`, not linked anywhere; attribute
   // texts that are shared nodes are held by the copy as well, others are
   // shared through the dictionary.
@@ -105,6 +115,12 @@ class DataNodes {
   // Removes and frees every child of the node.
   static void RemoveChildren(xmlNodePtr node);
 
+
+ private:
+  // CloneElement within one dictionary and without node callbacks.
+  static xmlNodePtr ClonePlain(xmlDocPtr doc, xmlNodePtr source);
+
+ public:
   // True when the NUL-terminated `name` equals `wanted`, without measuring it
   // first. Names of the data document are short and mostly differ early,
   // where a plain loop beats a library call.

@@ -63,6 +63,22 @@ std::vector<xmlNodePtr> ValueNodes(xmlNodePtr field) {
   return out;
 }
 
+// True when the node is a FIELD whose first attribute is its name and
+// holds `name`: what the step FIELD[@name='<name>'] asks, in the shape that
+// fields are made in.
+inline bool IsFieldNamed(xmlNodePtr node, std::string_view name) {
+  if (node->type != XML_ELEMENT_NODE || node->ns != nullptr) return false;
+  xmlAttrPtr attribute = node->properties;
+  if (attribute == nullptr || attribute->ns != nullptr) return false;
+  const xmlChar* a = attribute->name;
+  if (a[0] != 'n' || a[1] != 'a' || a[2] != 'm' || a[3] != 'e' || a[4] != '\0') return false;
+  const xmlChar* e = node->name;
+  if (e[0] != 'F' || e[1] != 'I' || e[2] != 'E' || e[3] != 'L' || e[4] != 'D' || e[5] != '\0') return false;
+  xmlNodePtr text = attribute->children;
+  if (text == nullptr || text->next != nullptr || text->type != XML_TEXT_NODE || text->content == nullptr) return false;
+  return DataNodes::SameName(text->content, name);
+}
+
 xmlNodePtr ElementSibling(xmlNodePtr node, bool forward) {
   for (xmlNodePtr s = forward ? node->next : node->prev; s != nullptr; s = forward ? s->next : s->prev) {
     if (s->type == XML_ELEMENT_NODE) return s;
@@ -375,10 +391,16 @@ xmlNodePtr Transaction::FindField(std::string_view fieldName) {
   // search starts behind the field found last and wraps round. Field names
   // are unique within a record, so the answer is the one a search from the
   // first field gives.
-  xmlNodePtr field = nullptr;
-  if (lastField_ != nullptr && lastField_->parent == data_) {
-    field = DataNodes::SiblingWithAttribute(lastField_->next, "FIELD", "name", fieldName);
+  const bool resume = lastField_ != nullptr && lastField_->parent == data_;
+  // Mostly the field wanted is the very next node and its name is the
+  // element's first attribute: that is tested in a few comparisons.
+  xmlNodePtr next = resume ? lastField_->next : data_->children;
+  if (next != nullptr && IsFieldNamed(next, fieldName)) {
+    lastField_ = next;
+    return next;
   }
+  xmlNodePtr field = nullptr;
+  if (resume) field = DataNodes::SiblingWithAttribute(lastField_->next, "FIELD", "name", fieldName);
   if (field == nullptr) field = DataNodes::ChildWithAttribute(data_, "FIELD", "name", fieldName);
   if (field != nullptr) lastField_ = field;
   return field;
@@ -471,7 +493,7 @@ void Transaction::SetFieldValue(std::string_view name, const Variant& value, boo
       xmlNodePtr added = NewValueNode(values->doc);
       if (added == nullptr) throw std::bad_alloc();
       if (!text.empty()) {
-        xmlNodePtr content = DataNodes::NewText(values->doc, text);
+        xmlNodePtr content = DataNodes::NewText(values->doc, text, false, plain_);
         content->parent = added;
         added->children = added->last = content;
       }
@@ -504,10 +526,10 @@ xmlNodePtr Transaction::NewValueNode(xmlDocPtr doc) {
                      ? xmlDictLookup(doc->dict, reinterpret_cast<const xmlChar*>("VALUE"), 5)
                      : nullptr;
     valueNameDoc_ = doc;
+    plain_ = DataNodes::PlainConstruction();
   }
-  xmlNodePtr node = valueName_ != nullptr
-                        ? xmlNewDocNodeEatName(doc, nullptr, const_cast<xmlChar*>(valueName_), nullptr)
-                        : xmlNewDocNode(doc, nullptr, reinterpret_cast<const xmlChar*>("VALUE"), nullptr);
+  if (valueName_ != nullptr) return DataNodes::NewElement(doc, valueName_, plain_);
+  xmlNodePtr node = xmlNewDocNode(doc, nullptr, reinterpret_cast<const xmlChar*>("VALUE"), nullptr);
   if (node == nullptr) throw std::bad_alloc();
   return node;
 }

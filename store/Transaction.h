@@ -158,6 +158,7 @@ class Transaction : public Object {
   size_t metaHint_ = 0;             // where the next field dictionary search starts
   xmlDocPtr valueNameDoc_ = nullptr;  // the document whose dictionary gave valueName_
   const xmlChar* valueName_ = nullptr;
+  bool plain_ = false;  // DataNodes::PlainConstruction(), asked with valueName_
   Ref<XMLWrapper> wrapper_;
   Ref<XMLWrapper> ownDocument_;
   std::weak_ptr<TransactionFactory> factory_;
