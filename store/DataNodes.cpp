@@ -302,6 +302,102 @@ void DataNodes::SetText(xmlNodePtr node, std::string_view text) {
   xmlNodeSetContent(node, X(copy.c_str()));
 }
 
+namespace {
+
+// Whether the document's dictionary owns a string, with the answers for the
+// few names and texts of a data document remembered: libxml2 asks the
+// dictionary by walking its pools, once for every node freed.
+class OwnedStrings {
+ public:
+  explicit OwnedStrings(xmlDictPtr dict) : dict_(dict) {}
+  bool Owns(const xmlChar* text) {
+    if (dict_ == nullptr) return false;
+    const size_t slot = (reinterpret_cast<uintptr_t>(text) >> 3) % kSlots;
+    if (known_[slot] == text) return true;
+    if (xmlDictOwns(dict_, text) != 1) return false;
+    known_[slot] = text;
+    return true;
+  }
+  // Frees a string unless the dictionary owns it, as libxml2 does.
+  void Free(const xmlChar* text) {
+    if (text != nullptr && !Owns(text)) xmlFree(const_cast<xmlChar*>(text));
+  }
+
+ private:
+  static constexpr size_t kSlots = 16;
+  xmlDictPtr dict_;
+  const xmlChar* known_[kSlots] = {};
+};
+
+void FreeText(xmlNodePtr text, OwnedStrings& owned) {
+  if (text->content != reinterpret_cast<xmlChar*>(&text->properties)) owned.Free(text->content);
+  xmlFree(text);
+}
+
+void FreeAttributes(xmlAttrPtr attribute, OwnedStrings& owned) {
+  while (attribute != nullptr) {
+    xmlAttrPtr next = attribute->next;
+    if (attribute->atype == XML_ATTRIBUTE_ID) {
+      xmlFreeProp(attribute);  // it leaves the document's ID table
+    } else {
+      xmlNodePtr value = attribute->children;
+      if (value != nullptr && value->next == nullptr && value->type == XML_TEXT_NODE) {
+        FreeText(value, owned);
+      } else if (value != nullptr) {
+        xmlFreeNodeList(value);
+      }
+      owned.Free(attribute->name);
+      xmlFree(attribute);
+    }
+    attribute = next;
+  }
+}
+
+}  // namespace
+
+void DataNodes::FreeTree(xmlNodePtr node) {
+  if (node == nullptr) return;
+  if (node->type != XML_ELEMENT_NODE || xmlDeregisterNodeDefaultValue != nullptr) {
+    xmlFreeNode(node);
+    return;
+  }
+  // The walk of xmlFreeNodeList: down to the first leaf, free it, on to its
+  // sibling or back up to its parent, which has no children left then.
+  OwnedStrings owned(node->doc != nullptr ? node->doc->dict : nullptr);
+  xmlNodePtr current = node;
+  size_t depth = 0;
+  while (true) {
+    while (current->type == XML_ELEMENT_NODE && current->children != nullptr) {
+      current = current->children;
+      ++depth;
+    }
+    xmlNodePtr next = depth > 0 ? current->next : nullptr;
+    xmlNodePtr parent = current->parent;
+    switch (current->type) {
+      case XML_ELEMENT_NODE:
+        FreeAttributes(current->properties, owned);
+        if (current->nsDef != nullptr) xmlFreeNsList(current->nsDef);
+        owned.Free(current->name);
+        xmlFree(current);
+        break;
+      case XML_TEXT_NODE:
+        FreeText(current, owned);
+        break;
+      default:
+        xmlFreeNode(current);  // with its own children, as libxml2 frees them
+        break;
+    }
+    if (next != nullptr) {
+      current = next;
+    } else {
+      if (depth == 0) break;
+      --depth;
+      current = parent;
+      current->children = nullptr;
+    }
+  }
+}
+
 void DataNodes::RemoveChildren(xmlNodePtr node) {
   xmlNodePtr child = node->children;
   node->children = nullptr;

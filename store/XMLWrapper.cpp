@@ -16,6 +16,7 @@
 #include "audit/HuntErr.h"
 #include "core/RuntimeError.h"
 #include "store/Attributes.h"
+#include "store/DataNodes.h"
 #include "store/TransactionContext.h"
 #include "store/XmlHeap.h"
 
@@ -229,6 +230,21 @@ std::string BaseName(xmlNodePtr node) {
 }  // namespace
 
 XMLWrapper::XMLWrapper() { InitialiseLibxml(); }
+
+void XMLWrapper::DocFree::operator()(xmlDocPtr doc) const {
+  xmlNodePtr child = doc->children;
+  while (child != nullptr) {
+    xmlNodePtr next = child->next;
+    if (child->type == XML_ELEMENT_NODE) {
+      xmlUnlinkNode(child);
+      DataNodes::FreeTree(child);
+    }
+    child = next;
+  }
+  xmlFreeDoc(doc);
+}
+
+void XMLWrapper::NodeFree::operator()(xmlNodePtr node) const { DataNodes::FreeTree(node); }
 
 XMLWrapper::~XMLWrapper() = default;
 
