@@ -130,7 +130,10 @@ void Transaction::SetData(xmlNodePtr node) {
     valueNameDoc_ = nullptr;
     if (data_ == nullptr) return;
     xmlAttrPtr stamp = DataNodes::FindAttribute(data_, "timestamp");
-    if (stamp == nullptr || DataNodes::AttributeValue(stamp).empty()) SetTimeStamp();
+    const char* single = stamp != nullptr ? DataNodes::SingleText(stamp) : nullptr;
+    if (stamp == nullptr || (single != nullptr ? *single == '\0' : DataNodes::AttributeValue(stamp).empty())) {
+      SetTimeStamp();
+    }
   } catch (...) {
     ErrorInRethrow("Transaction.Data(nodData)", {});
   }

@@ -1,6 +1,7 @@
 #include "store/XmlHeap.h"
 
 #include <libxml/xmlmemory.h>
+#include <pthread.h>
 #include <sys/mman.h>
 
 #include <algorithm>
@@ -291,6 +292,20 @@ inline void Give(Heap* heap, size_t slot, void* start) {
   if (!cache.armed) Arm(cache);
 }
 
+// A fork must not copy a lock that another thread holds into the child,
+// which would then wait for it for ever: the locks are taken around it.
+void LockAllForFork() {
+  Heap* heap = gHeap.load(std::memory_order_acquire);
+  heap->growMutex.lock();
+  for (Pool& pool : heap->pools) pool.mutex.lock();
+}
+
+void UnlockAllAfterFork() {
+  Heap* heap = gHeap.load(std::memory_order_acquire);
+  for (Pool& pool : heap->pools) pool.mutex.unlock();
+  heap->growMutex.unlock();
+}
+
 }  // namespace
 
 bool XmlHeap::Install() {
@@ -299,6 +314,7 @@ bool XmlHeap::Install() {
     Heap* heap = MakeHeap();
     if (heap == nullptr) return;
     gHeap.store(heap, std::memory_order_release);
+    ::pthread_atfork(&LockAllForFork, &UnlockAllAfterFork, &UnlockAllAfterFork);
     if (xmlMemSetup(&XmlHeap::Free, &XmlHeap::Allocate, &XmlHeap::Reallocate, &XmlHeap::Duplicate) == 0) {
       gInstalled.store(true, std::memory_order_release);
     }

@@ -4,8 +4,12 @@
 #include <libxml/parser.h>
 #include <libxml/tree.h>
 #include <libxml/xpath.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -294,6 +298,52 @@ TEST_F(XmlHeapTest, DocumentsOnSeveralThreadsStayIntact) {
   }
   for (auto& thread : threads) thread.join();
   EXPECT_EQ(bad.load(), 0);
+}
+
+// A process forked while other threads use the heap can use it in the
+// child (a lock held at the fork would stop the child for good).
+TEST_F(XmlHeapTest, AForkedChildCanUseTheHeapWhileOtherThreadsWork) {
+  std::atomic<bool> stop{false};
+  std::vector<std::thread> busy;
+  for (int t = 0; t < 3; ++t) {
+    busy.emplace_back([&] {
+      while (!stop) {
+        std::vector<void*> blocks;
+        for (int i = 0; i < 5000; ++i) blocks.push_back(XmlHeap::Allocate(120));
+        for (void* block : blocks) XmlHeap::Free(block);
+      }
+    });
+  }
+  int failures = 0;
+  for (int round = 0; round < 60; ++round) {
+    pid_t child = fork();
+    if (child == 0) {
+      // More than a thread keeps, so that the child goes to the shared pool.
+      std::vector<void*> blocks;
+      for (int i = 0; i < 20000; ++i) blocks.push_back(XmlHeap::Allocate(120));
+      for (void* block : blocks) XmlHeap::Free(block);
+      XMLWrapper wrapper;
+      wrapper.LoadXML("<A><B>text</B></A>");
+      std::_Exit(XMLWrapper::NodeText(wrapper.GetNodeFromXPath("/A/B")) == "text" ? 0 : 1);
+    }
+    // A child stuck on a lock is a failure, not a hang.
+    int status = 0;
+    pid_t done = 0;
+    for (int wait = 0; wait < 1000 && done == 0; ++wait) {
+      done = waitpid(child, &status, WNOHANG);
+      if (done == 0) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    if (done == 0) {
+      kill(child, SIGKILL);
+      waitpid(child, &status, 0);
+      ++failures;
+    } else if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+      ++failures;
+    }
+  }
+  stop = true;
+  for (auto& thread : busy) thread.join();
+  EXPECT_EQ(failures, 0);
 }
 
 // A thread that ends hands its blocks back: a long series of short-lived
