@@ -9,9 +9,15 @@
 // dictionary when it has one. libxml2 frees and replaces such texts itself.
 // Short attribute texts of templates (field names) go further: the text node
 // itself is shared by every record made from the template, as a counted
-// block of XmlHeap whose frees drop one reference each. Such a node is
-// reached only through its attributes, which XPath does not descend into,
-// and an attribute that is set anew lets go of it instead of changing it.
+// block of XmlHeap whose frees drop one reference each; so is the time stamp
+// of the records made in one millisecond. Such a node is reached only
+// through its attributes, which XPath does not descend into, copies of the
+// attribute copy the text, and an attribute that is set anew lets go of it
+// instead of changing it.
+//
+// Speed: without node callbacks registered with libxml2, nodes are made
+// field by field as libxml2 makes them, and FreeTree frees trees without
+// asking the dictionary about every name again.
 //
 // Stateless; every function works on the nodes it is given.
 #pragma once

@@ -95,13 +95,24 @@ TEST(TransactionFactoryTest, ASavedDocumentLoadsBackIntoAnEqualStore) {
 TEST(TransactionFactoryTest, RecordsOutliveTheirFactoryAndEachOther) {
   Ref<XMLWrapper> data;
   std::string expected;
+  Ref<XMLWrapper> elsewhere = MakeRef<XMLWrapper>();
+  elsewhere->LoadXML("<?xml version=\"1.0\"?><COPIES/>");
+  Ref<Transaction> copied = MakeRef<Transaction>();
   {
     auto factory = MakeFactory();
     auto context = TopContext(*factory, true);
     for (int i = 0; i < 50; ++i) AddOrder(*factory, *context, std::to_string(i));
     data = factory->Data();
     expected = data->ToString();
+    // Copies into another document and into a record of its own.
+    Ref<Transaction> first = factory->TransactionAtNode(data->GetNodeFromXPath("/DATA/RECORDS/RECORD[1]"));
+    elsewhere->AddElement(first->Data(), elsewhere->GetNodeFromXPath("/COPIES"));
+    first->CopyTransaction(*copied);
   }
+  const std::string copyText = XMLWrapper::NodeXml(elsewhere->GetNodeFromXPath("/COPIES/RECORD"));
+  EXPECT_NE(copyText.find("<FIELD name=\"NUMBER\"><VALUES><VALUE>0</VALUE></VALUES></FIELD><FIELD name=\"QTY\">"),
+            std::string::npos);
+  EXPECT_EQ(XMLWrapper::NodeXml(copied->Data()), copyText);
   // Memory the factory gave back is taken again by a document of other names.
   auto other = MakeFactory("<TRANSFORM id=\"T\"><TRANSFORMDETAIL><RECORDS><RECORD id=\"X\" parentid=\"\">"
                            "<FIELD name=\"AAAAAA\" type=\"3\"/><FIELD name=\"BBBBBB\" type=\"3\"/>"
@@ -133,6 +144,10 @@ TEST(TransactionFactoryTest, RecordsOutliveTheirFactoryAndEachOther) {
   Ref<XMLWrapper> reloaded = MakeRef<XMLWrapper>();
   reloaded->LoadXML(data->ToString());
   EXPECT_EQ(reloaded->ToString(), data->ToString());
+  data = nullptr;
+  next = nullptr;
+  EXPECT_EQ(XMLWrapper::NodeXml(elsewhere->GetNodeFromXPath("/COPIES/RECORD")), copyText);
+  EXPECT_EQ(copied->GetFieldValues("NUMBER").ToString(), "0");
 }
 
 // Documents of one factory freed on other threads while the factory goes on
