@@ -597,6 +597,18 @@ Variant DefaultOf(int16_t type) {
 Variant Transaction::GetFieldValues(std::string_view fieldName, int32_t instance) {
   try {
     xmlNodePtr field = GetField(fieldName);
+    // A field as it mostly stands: one VALUES holding one VALUE of one text.
+    if (xmlNodePtr values = field != nullptr ? field->children : nullptr;
+        values != nullptr && values->next == nullptr && DataNodes::IsElement(values, "VALUES")) {
+      xmlNodePtr value = values->children;
+      if (value != nullptr && value->next == nullptr && DataNodes::IsElement(value, "VALUE")) {
+        xmlNodePtr text = value->children;
+        if (text != nullptr && text->next == nullptr && text->type == XML_TEXT_NODE && text->content != nullptr &&
+            text->content[0] != '\0') {
+          return Variant(std::string(C(text->content)));
+        }
+      }
+    }
     // One walk gives the count of values with text and the first element of
     // VALUES/*, which is what a single value reads as.
     int32_t count = 0;
