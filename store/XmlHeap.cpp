@@ -3,6 +3,7 @@
 #include <libxml/xmlmemory.h>
 #include <pthread.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <atomic>
@@ -125,6 +126,12 @@ inline Count& CountOf(void* block) { return *reinterpret_cast<Count*>(static_cas
 Heap* MakeHeap() {
   char* base = nullptr;
   size_t size = kLargestReservation;
+  // Under a limit of address space the reservation takes at most a quarter
+  // of it; what the heap cannot hold comes from malloc.
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_AS, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY) {
+    while (size >= kSmallestReservation && size > limit.rlim_cur / 4) size >>= 1;
+  }
   for (; size >= kSmallestReservation; size >>= 1) {
     void* p = ::mmap(nullptr, size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (p != MAP_FAILED) {

@@ -5,6 +5,7 @@
 #include <libxml/tree.h>
 #include <libxml/xpath.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -344,6 +345,28 @@ TEST_F(XmlHeapTest, AForkedChildCanUseTheHeapWhileOtherThreadsWork) {
   stop = true;
   for (auto& thread : busy) thread.join();
   EXPECT_EQ(failures, 0);
+}
+
+// Under a limit of address space a process that takes the heap up still
+// has room for everything else: a test process run again under a limit of
+// 4 GB makes its heap and then asks malloc for half of the limit.
+TEST(XmlHeapLimitTest, AProcessWithLimitedAddressSpaceKeepsRoomForMalloc) {
+  if (std::getenv("TESSEL_HEAP_LIMIT_CHILD") != nullptr) {
+    XMLWrapper wrapper;  // makes the heap under the limit
+    void* half = std::malloc(size_t{2} << 30);
+    std::_Exit(half != nullptr ? 0 : 3);
+  }
+  pid_t child = fork();
+  if (child == 0) {
+    rlimit limit{size_t{4} << 30, size_t{4} << 30};
+    ::setrlimit(RLIMIT_AS, &limit);
+    ::setenv("TESSEL_HEAP_LIMIT_CHILD", "1", 1);
+    ::execl("/proc/self/exe", "test_store", "--gtest_filter=XmlHeapLimitTest.*", static_cast<char*>(nullptr));
+    std::_Exit(127);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "status " << status;
 }
 
 // A thread that ends hands its blocks back: a long series of short-lived
