@@ -7,6 +7,17 @@
 // slots a text node does not use, as libxml2's own parser does), and
 // attribute texts of templates are shared through the document's name
 // dictionary when it has one. libxml2 frees and replaces such texts itself.
+// Short attribute texts of templates (field names) go further: the text node
+// itself is shared by every record made from the template, as a counted
+// block of XmlHeap whose frees drop one reference each; so is the time stamp
+// of the records made in one millisecond. Such a node is reached only
+// through its attributes, which XPath does not descend into, copies of the
+// attribute copy the text, and an attribute that is set anew lets go of it
+// instead of changing it.
+//
+// Speed: without node callbacks registered with libxml2, nodes are made
+// field by field as libxml2 makes them, and FreeTree frees trees without
+// asking the dictionary about every name again.
 //
 // Stateless; every function works on the nodes it is given.
 #pragma once
@@ -22,29 +33,85 @@ class DataNodes {
  public:
   // A new text node of `doc`, not linked anywhere.
   static xmlNodePtr NewText(xmlDocPtr doc, std::string_view text, bool shareInDictionary = false);
+  // The same, with PlainConstruction() asked by the caller beforehand.
+  static xmlNodePtr NewText(xmlDocPtr doc, std::string_view text, bool shareInDictionary, bool plain);
+  // A text node that many attributes may hold at once, or nullptr when the
+  // text is too long for that or the heap cannot count references. Each
+  // holder frees it as usual; the last free ends it. It has no document and
+  // no parent, and must never be changed in place.
+  static xmlNodePtr NewSharedText(std::string_view text);
   // Sets the attribute (no namespace) to `text`, replacing its value when it
-  // exists.
-  static void SetAttribute(xmlNodePtr element, const char* name, std::string_view text,
-                           bool shareInDictionary = false);
+  // exists. With `shared`, the text is a shared node when it can be (else
+  // its text is shared through the dictionary): for the names of template
+  // fields, which CloneElement then hands on to every copy.
+  static void SetAttribute(xmlNodePtr element, const char* name, std::string_view text, bool shared = false);
+  // The same with a text node made by the caller, which the attribute takes.
+  static void SetAttributeText(xmlNodePtr element, const char* name, xmlNodePtr text);
   // The attribute without namespace, or nullptr.
-  static xmlAttrPtr FindAttribute(xmlNodePtr element, std::string_view name);
+  static xmlAttrPtr FindAttribute(xmlNodePtr element, std::string_view name) {
+    if (element == nullptr || element->type != XML_ELEMENT_NODE) return nullptr;
+    for (xmlAttrPtr a = element->properties; a != nullptr; a = a->next) {
+      if (a->ns == nullptr && SameName(a->name, name)) return a;
+    }
+    return nullptr;
+  }
   // The attribute's value as XPath sees it.
   static std::string AttributeValue(xmlAttrPtr attribute);
+  // The attribute's value when it is one text node (as nearly always),
+  // without a copy; nullptr otherwise.
+  static const char* SingleText(xmlAttrPtr attribute) {
+    xmlNodePtr child = attribute->children;
+    if (child != nullptr && child->next == nullptr && child->type == XML_TEXT_NODE) {
+      return child->content ? reinterpret_cast<const char*>(child->content) : "";
+    }
+    return nullptr;
+  }
   // True when the attribute's value equals `text`, without copying it.
-  static bool AttributeEquals(xmlAttrPtr attribute, std::string_view text);
+  static bool AttributeEquals(xmlAttrPtr attribute, std::string_view text) {
+    if (attribute->children == nullptr) return text.empty();
+    if (const char* value = SingleText(attribute)) return SameName(reinterpret_cast<const xmlChar*>(value), text);
+    return AttributeValue(attribute) == text;
+  }
+  // A new element of `doc`, not linked, named by a name that the document's
+  // dictionary owns (or that lives as long as the document).
+  // `plain` is what PlainConstruction() answered.
+  static xmlNodePtr NewElement(xmlDocPtr doc, const xmlChar* dictionaryName, bool plain);
+  // True when no node callback is registered with libxml2: nodes are then
+  // made here field by field as libxml2's constructors make them, without
+  // the calls and lookups those take.
+  static bool PlainConstruction();
   // A deep copy of an element into `doc`, not linked anywhere; attribute
-  // texts are shared through the dictionary.
+  // texts that are shared nodes are held by the copy as well, others are
+  // shared through the dictionary.
   static xmlNodePtr CloneElement(xmlDocPtr doc, xmlNodePtr source);
   // The first child element of that name (no namespace), or nullptr.
-  static xmlNodePtr FirstChildElement(xmlNodePtr parent, std::string_view name);
+  static xmlNodePtr FirstChildElement(xmlNodePtr parent, std::string_view name) {
+    if (parent == nullptr) return nullptr;
+    for (xmlNodePtr c = parent->children; c != nullptr; c = c->next) {
+      if (IsElement(c, name)) return c;
+    }
+    return nullptr;
+  }
   // The first child element of that name whose attribute `attribute` equals
   // `value`: the step NAME[@attribute='value'].
   static xmlNodePtr ChildWithAttribute(xmlNodePtr parent, std::string_view name, const char* attribute,
-                                       std::string_view value);
+                                       std::string_view value) {
+    if (parent == nullptr) return nullptr;
+    return SiblingWithAttribute(parent->children, name, attribute, value);
+  }
   // The same among `first` and its following siblings only.
   static xmlNodePtr SiblingWithAttribute(xmlNodePtr first, std::string_view name, const char* attribute,
-                                         std::string_view value);
-  static bool IsElement(xmlNodePtr node, std::string_view name);
+                                         std::string_view value) {
+    for (xmlNodePtr c = first; c != nullptr; c = c->next) {
+      if (!IsElement(c, name)) continue;
+      xmlAttrPtr a = FindAttribute(c, attribute);
+      if (a != nullptr && AttributeEquals(a, value)) return c;
+    }
+    return nullptr;
+  }
+  static bool IsElement(xmlNodePtr node, std::string_view name) {
+    return node != nullptr && node->type == XML_ELEMENT_NODE && node->ns == nullptr && SameName(node->name, name);
+  }
   // The string value of a node is not empty: the test [.!=''].
   static bool HasText(xmlNodePtr node);
   // The string value of a node (its text).
@@ -53,6 +120,26 @@ class DataNodes {
   static void SetText(xmlNodePtr node, std::string_view text);
   // Removes and frees every child of the node.
   static void RemoveChildren(xmlNodePtr node);
+  // Frees an unlinked node with all below it, as xmlFreeNode does, without
+  // asking the dictionary again for every name it has answered for.
+  static void FreeTree(xmlNodePtr node);
+
+
+ private:
+  // CloneElement within one dictionary and without node callbacks.
+  static xmlNodePtr ClonePlain(xmlDocPtr doc, xmlNodePtr source);
+
+ public:
+  // True when the NUL-terminated `name` equals `wanted`, without measuring it
+  // first. Names of the data document are short and mostly differ early,
+  // where a plain loop beats a library call.
+  static bool SameName(const xmlChar* name, std::string_view wanted) {
+    const char* text = reinterpret_cast<const char*>(name);
+    for (size_t i = 0; i < wanted.size(); ++i) {
+      if (text[i] != wanted[i] || text[i] == '\0') return false;
+    }
+    return text[wanted.size()] == '\0';
+  }
 };
 
 }  // namespace tessel

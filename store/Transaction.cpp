@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <libxml/dict.h>
 #include <libxml/xmlsave.h>
 
 #include "audit/HuntErr.h"
@@ -21,6 +22,7 @@
 #include "store/TransactionContext.h"
 #include "store/TransactionFactory.h"
 #include "store/XMLWrapper.h"
+#include "store/XmlHeap.h"
 
 namespace tessel {
 namespace {
@@ -59,6 +61,22 @@ std::vector<xmlNodePtr> ValueNodes(xmlNodePtr field) {
     }
   }
   return out;
+}
+
+// True when the node is a FIELD whose first attribute is its name and
+// holds `name`: what the step FIELD[@name='<name>'] asks, in the shape that
+// fields are made in.
+inline bool IsFieldNamed(xmlNodePtr node, std::string_view name) {
+  if (node->type != XML_ELEMENT_NODE || node->ns != nullptr) return false;
+  xmlAttrPtr attribute = node->properties;
+  if (attribute == nullptr || attribute->ns != nullptr) return false;
+  const xmlChar* a = attribute->name;
+  if (a[0] != 'n' || a[1] != 'a' || a[2] != 'm' || a[3] != 'e' || a[4] != '\0') return false;
+  const xmlChar* e = node->name;
+  if (e[0] != 'F' || e[1] != 'I' || e[2] != 'E' || e[3] != 'L' || e[4] != 'D' || e[5] != '\0') return false;
+  xmlNodePtr text = attribute->children;
+  if (text == nullptr || text->next != nullptr || text->type != XML_TEXT_NODE || text->content == nullptr) return false;
+  return DataNodes::SameName(text->content, name);
 }
 
 xmlNodePtr ElementSibling(xmlNodePtr node, bool forward) {
@@ -101,6 +119,7 @@ void Transaction::SetTransactionMetaData(xmlNodePtr node) {
 
 void Transaction::SetFieldMetaDataDictionary(std::shared_ptr<const FieldDictionary> dictionary) {
   fields_ = std::move(dictionary);
+  metaHint_ = 0;
   fieldCount_ = fields_ ? static_cast<int32_t>(fields_->Count()) : 0;
 }
 
@@ -108,20 +127,31 @@ void Transaction::SetData(xmlNodePtr node) {
   try {
     data_ = node;
     lastField_ = nullptr;
+    valueNameDoc_ = nullptr;
     if (data_ == nullptr) return;
     xmlAttrPtr stamp = DataNodes::FindAttribute(data_, "timestamp");
-    if (stamp == nullptr || DataNodes::AttributeValue(stamp).empty()) SetTimeStamp();
+    const char* single = stamp != nullptr ? DataNodes::SingleText(stamp) : nullptr;
+    if (stamp == nullptr || (single != nullptr ? *single == '\0' : DataNodes::AttributeValue(stamp).empty())) {
+      SetTimeStamp();
+    }
   } catch (...) {
     ErrorInRethrow("Transaction.Data(nodData)", {});
   }
 }
 
+void Transaction::KeepDocument(Ref<XMLWrapper> document) { ownDocument_ = std::move(document); }
+
 void Transaction::SetTimeStamp() {
   // Records are made far faster than once a millisecond: the text of the
   // current millisecond is kept per thread and formatted once.
+  // The records of one millisecond also hold one shared text node.
   struct Stamp {
     int64_t millisecond = -1;
     std::string text;
+    xmlNodePtr shared = nullptr;
+    ~Stamp() {
+      if (shared != nullptr) xmlFreeNode(shared);
+    }
   };
   static thread_local Stamp last;
   const auto now = TimeText::Clock::now();
@@ -130,8 +160,15 @@ void Transaction::SetTimeStamp() {
   if (millisecond != last.millisecond) {
     last.text = TimeText::Time(now);
     last.millisecond = millisecond;
+    if (last.shared != nullptr) xmlFreeNode(last.shared);
+    last.shared = DataNodes::NewSharedText(last.text);
   }
-  DataNodes::SetAttribute(data_, "timestamp", last.text);
+  if (last.shared == nullptr) {
+    DataNodes::SetAttribute(data_, "timestamp", last.text);
+    return;
+  }
+  XmlHeap::Retain(last.shared);
+  DataNodes::SetAttributeText(data_, "timestamp", last.shared);
 }
 
 void Transaction::SetXWrapper(Ref<XMLWrapper> wrapper) {
@@ -347,22 +384,34 @@ void Transaction::CheckFieldExists(std::string_view fieldName) {
 }
 
 const FieldMetaData& Transaction::Meta(std::string_view fieldName) {
-  CheckFieldExists(fieldName);
-  return *fields_->Find(fieldName);
+  const FieldMetaData* meta = fields_ != nullptr ? fields_->Find(fieldName, metaHint_) : nullptr;
+  if (meta == nullptr) CheckFieldExists(fieldName);
+  return *meta;
 }
 
-xmlNodePtr Transaction::GetField(std::string_view fieldName) {
-  RequireData();
+xmlNodePtr Transaction::FindField(std::string_view fieldName) {
   // Readers and writers visit a record's fields in definition order, so the
   // search starts behind the field found last and wraps round. Field names
   // are unique within a record, so the answer is the one a search from the
   // first field gives.
-  xmlNodePtr field = nullptr;
-  if (lastField_ != nullptr && lastField_->parent == data_) {
-    field = DataNodes::SiblingWithAttribute(lastField_->next, "FIELD", "name", fieldName);
+  const bool resume = lastField_ != nullptr && lastField_->parent == data_;
+  // Mostly the field wanted is the very next node and its name is the
+  // element's first attribute: that is tested in a few comparisons.
+  xmlNodePtr next = resume ? lastField_->next : data_->children;
+  if (next != nullptr && IsFieldNamed(next, fieldName)) {
+    lastField_ = next;
+    return next;
   }
+  xmlNodePtr field = nullptr;
+  if (resume) field = DataNodes::SiblingWithAttribute(lastField_->next, "FIELD", "name", fieldName);
   if (field == nullptr) field = DataNodes::ChildWithAttribute(data_, "FIELD", "name", fieldName);
   if (field != nullptr) lastField_ = field;
+  return field;
+}
+
+xmlNodePtr Transaction::GetField(std::string_view fieldName) {
+  RequireData();
+  xmlNodePtr field = FindField(fieldName);
   if (field == nullptr) CheckFieldExists(fieldName);
   return field;
 }
@@ -397,7 +446,7 @@ void Transaction::SetFieldValue(std::string_view name, const Variant& value, boo
     RequireData();
     // An unknown name fails here as it would after the search for its FIELD.
     const FieldMetaData& meta = Meta(name);
-    xmlNodePtr field = DataNodes::ChildWithAttribute(data_, "FIELD", "name", name);
+    xmlNodePtr field = FindField(name);
     if (field == nullptr) {
       field = TransactionFactory::InitFldNode(data_->doc, name);
       // FIELDs stand before the RECORDS of child records.
@@ -407,21 +456,31 @@ void Transaction::SetFieldValue(std::string_view name, const Variant& value, boo
     const int16_t type = meta.FieldType;
     if (type != kFieldBinary && IsEmptyValue(value)) return;
 
-    std::string text;
+    // The text is taken from the value where it stands; `owned` holds it
+    // only when it has to be made.
+    std::string owned;
+    std::string_view text;
     if (type == kFieldBinary && value.IsArray()) {
-      text = SetBinaryField(name, value);
+      owned = SetBinaryField(name, value);
+      text = owned;
     } else if (value.IsString()) {
-      text.assign(value.StringValue());
+      text = value.StringValue();
     } else {
-      text = ValueText(value);
+      owned = ValueText(value);
+      text = owned;
     }
     if (type != kFieldString && !text.empty() && text.front() == '"' && text.back() == '"') {
       if (text.size() == 1) ThrowRuntimeError(5);
       text = text.substr(1, text.size() - 2);
     }
 
-    const int32_t count = GetValueCount(field);
-    xmlNodePtr values = GetValuesNode(field);
+    // A field as the factory makes it, one VALUES without values, takes the
+    // first value without a count.
+    xmlNodePtr only = field->children;
+    const bool bare = only != nullptr && only->next == nullptr && only->children == nullptr &&
+                      DataNodes::IsElement(only, "VALUES");
+    const int32_t count = bare ? 0 : GetValueCount(field);
+    xmlNodePtr values = bare ? only : GetValuesNode(field);
     if (!overwrite || count == 0) {
       if (count > 0 && !meta.AllowMultiVal) {
         if (FieldOverwritable(name)) {
@@ -434,14 +493,18 @@ void Transaction::SetFieldValue(std::string_view name, const Variant& value, boo
         }
         return;
       }
-      xmlNodePtr added = xmlNewDocNode(values->doc, nullptr, reinterpret_cast<const xmlChar*>("VALUE"), nullptr);
+      xmlNodePtr added = NewValueNode(values->doc);
       if (added == nullptr) throw std::bad_alloc();
       if (!text.empty()) {
-        xmlNodePtr content = DataNodes::NewText(values->doc, text);
+        xmlNodePtr content = DataNodes::NewText(values->doc, text, false, plain_);
         content->parent = added;
         added->children = added->last = content;
       }
-      xmlAddChild(values, added);
+      // Linked by hand: an element next to elements, nothing to merge.
+      added->parent = values;
+      added->prev = values->last;
+      if (values->last != nullptr) values->last->next = added; else values->children = added;
+      values->last = added;
       NotifyChange();
       return;
     }
@@ -456,6 +519,22 @@ void Transaction::SetFieldValue(std::string_view name, const Variant& value, boo
   } catch (...) {
     ErrorInRethrow("Transaction.SetFieldValue(sName, vValue, bOverwrite)", {Variant(name), value, Variant(overwrite)});
   }
+}
+
+xmlNodePtr Transaction::NewValueNode(xmlDocPtr doc) {
+  // The element name is looked up in the document's dictionary once per
+  // view and document rather than once per value.
+  if (doc != valueNameDoc_) {
+    valueName_ = doc != nullptr && doc->dict != nullptr
+                     ? xmlDictLookup(doc->dict, reinterpret_cast<const xmlChar*>("VALUE"), 5)
+                     : nullptr;
+    valueNameDoc_ = doc;
+    plain_ = DataNodes::PlainConstruction();
+  }
+  if (valueName_ != nullptr) return DataNodes::NewElement(doc, valueName_, plain_);
+  xmlNodePtr node = xmlNewDocNode(doc, nullptr, reinterpret_cast<const xmlChar*>("VALUE"), nullptr);
+  if (node == nullptr) throw std::bad_alloc();
+  return node;
 }
 
 void Transaction::UnsetField(std::string_view fieldName) {
@@ -518,17 +597,32 @@ Variant DefaultOf(int16_t type) {
 Variant Transaction::GetFieldValues(std::string_view fieldName, int32_t instance) {
   try {
     xmlNodePtr field = GetField(fieldName);
-    const int32_t count = field ? GetValueCount(field) : 0;
-    if (count == 0) return DefaultOf(Meta(fieldName).FieldType);
-    if (count == 1) {
-      for (xmlNodePtr values = field->children; values != nullptr; values = values->next) {
-        if (!DataNodes::IsElement(values, "VALUES")) continue;
-        for (xmlNodePtr c = values->children; c != nullptr; c = c->next) {
-          if (c->type == XML_ELEMENT_NODE) return Variant(DataNodes::Text(c));
+    // A field as it mostly stands: one VALUES holding one VALUE of one text.
+    if (xmlNodePtr values = field != nullptr ? field->children : nullptr;
+        values != nullptr && values->next == nullptr && DataNodes::IsElement(values, "VALUES")) {
+      xmlNodePtr value = values->children;
+      if (value != nullptr && value->next == nullptr && DataNodes::IsElement(value, "VALUE")) {
+        xmlNodePtr text = value->children;
+        if (text != nullptr && text->next == nullptr && text->type == XML_TEXT_NODE && text->content != nullptr &&
+            text->content[0] != '\0') {
+          return Variant(std::string(C(text->content)));
         }
       }
-      return Variant(std::string());
     }
+    // One walk gives the count of values with text and the first element of
+    // VALUES/*, which is what a single value reads as.
+    int32_t count = 0;
+    xmlNodePtr first = nullptr;
+    for (xmlNodePtr values = field ? field->children : nullptr; values != nullptr; values = values->next) {
+      if (!DataNodes::IsElement(values, "VALUES")) continue;
+      for (xmlNodePtr c = values->children; c != nullptr; c = c->next) {
+        if (c->type != XML_ELEMENT_NODE) continue;
+        if (first == nullptr) first = c;
+        if (DataNodes::IsElement(c, "VALUE") && DataNodes::HasText(c)) ++count;
+      }
+    }
+    if (count == 0) return DefaultOf(Meta(fieldName).FieldType);
+    if (count == 1) return first ? Variant(DataNodes::Text(first)) : Variant(std::string());
     std::vector<xmlNodePtr> nodes = ValueNodes(field);
     if (instance != 0) {
       Check(instance >= 0 && instance <= static_cast<int32_t>(nodes.size()), 8101, "");

@@ -68,7 +68,7 @@ class Transaction : public Object {
   std::shared_ptr<TransactionFactory> Factory() const;
   // Keeps a document alive whose node this view stands on (a reconstructed
   // record lives in a document of its own).
-  void KeepDocument(Ref<XMLWrapper> document) { ownDocument_ = std::move(document); }
+  void KeepDocument(Ref<XMLWrapper> document);
 
   // Attribute of the RECORD; 7701 when missing.
   std::string TranAttribute(std::string_view name);
@@ -136,6 +136,10 @@ class Transaction : public Object {
  private:
   // The FIELD of the data node; checks the name (8103) when there is none.
   xmlNodePtr GetField(std::string_view fieldName);
+  // The FIELD of the data node, or nullptr.
+  xmlNodePtr FindField(std::string_view fieldName);
+  // A new VALUE element of `doc`, not linked.
+  xmlNodePtr NewValueNode(xmlDocPtr doc);
   xmlNodePtr GetMetaDataField(std::string_view fieldName);
   xmlNodePtr GetValuesNode(xmlNodePtr field);
   int32_t GetValueCount(xmlNodePtr field);
@@ -152,6 +156,10 @@ class Transaction : public Object {
   xmlNodePtr metaData_ = nullptr;
   xmlNodePtr data_ = nullptr;
   xmlNodePtr lastField_ = nullptr;  // where the next field search starts; a FIELD of data_
+  size_t metaHint_ = 0;             // where the next field dictionary search starts
+  xmlDocPtr valueNameDoc_ = nullptr;  // the document whose dictionary gave valueName_
+  const xmlChar* valueName_ = nullptr;
+  bool plain_ = false;  // DataNodes::PlainConstruction(), asked with valueName_
   Ref<XMLWrapper> wrapper_;
   Ref<XMLWrapper> ownDocument_;
   std::weak_ptr<TransactionFactory> factory_;

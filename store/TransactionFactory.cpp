@@ -62,7 +62,15 @@ void TransactionFactory::SetData(Ref<XMLWrapper> data) {
   indexes_.clear();
 }
 
+void TransactionFactory::RememberType(std::string_view tranId, xmlNodePtr meta,
+                                      std::shared_ptr<const FieldDictionary> fields) {
+  lastType_.id.assign(tranId);
+  lastType_.meta = meta;
+  lastType_.fields = std::move(fields);
+}
+
 void TransactionFactory::SetTransformDefinition(std::shared_ptr<tessel::TransformDefinition> definition) {
+  lastType_ = TypeLookup();
   definition_ = std::move(definition);
   indexes_.clear();
   depthByType_.clear();
@@ -155,14 +163,16 @@ Ref<Transaction> TransactionFactory::CreateTransaction(std::string_view tranId, 
                                                        const Variant& reserved) {
   try {
     if (!definition_) ThrowRuntimeError(91);
-    xmlNodePtr meta = definition_->RecordNode(tranId);
+    const bool known = lastType_.meta != nullptr && lastType_.id == tranId;
+    xmlNodePtr meta = known ? lastType_.meta : definition_->RecordNode(tranId);
     xmlNodePtr node = InitDataTran(tranId, meta, recordName);
     Ref<Transaction> transaction = MakeRef<Transaction>();
     transaction->SetTransactionMetaData(meta);
     transaction->SetData(node);
     transaction->SetXWrapper(data_);
     transaction->SetFactory(weak_from_this(), definition_);
-    transaction->SetFieldMetaDataDictionary(GetMetaFieldData(tranId, meta));
+    if (!known) RememberType(tranId, meta, GetMetaFieldData(tranId, meta));
+    transaction->SetFieldMetaDataDictionary(lastType_.fields);
     return transaction;
   } catch (...) {
     ErrorInRethrow("TransactionFactory.CreateTransaction(sTranID, sRecordName, vReserved)",
@@ -187,9 +197,14 @@ Ref<Transaction> TransactionFactory::TransactionAtNode(xmlNodePtr record) {
     if (!definition_) ThrowRuntimeError(91);
     xmlAttrPtr idAttribute = DataNodes::FindAttribute(record->parent, "id");
     Check(idAttribute != nullptr, 7701, "No matching attribute [%1] could be found in the node.", Variant("id"));
+    const char* single = DataNodes::SingleText(idAttribute);
+    if (lastType_.meta != nullptr && single != nullptr && lastType_.id == single) {
+      return MergeData(record, lastType_.meta, lastType_.fields);
+    }
     std::string id = DataNodes::AttributeValue(idAttribute);
     xmlNodePtr meta = definition_->RecordNode(id);
-    return MergeData(record, meta, GetMetaFieldData(id, meta));
+    RememberType(id, meta, GetMetaFieldData(id, meta));
+    return MergeData(record, meta, lastType_.fields);
   } catch (...) {
     ErrorInRethrow("TransactionFactory.GetTransaction(ctx)", {});
   }

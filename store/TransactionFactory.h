@@ -136,8 +136,19 @@ class TransactionFactory : public std::enable_shared_from_this<TransactionFactor
   bool AtDefinedPlace(xmlNodePtr record, std::string_view tranId);
   std::vector<xmlNodePtr> RecordsAtDefinedPlace(std::string_view tranId);
 
+  // The definition's RECORD and the fields of the record type asked for
+  // last: both are kept for good once found, and records mostly come one
+  // type after another.
+  struct TypeLookup {
+    std::string id;
+    xmlNodePtr meta = nullptr;
+    std::shared_ptr<const FieldDictionary> fields;
+  };
+  void RememberType(std::string_view tranId, xmlNodePtr meta, std::shared_ptr<const FieldDictionary> fields);
+
   Ref<XMLWrapper> data_;
   std::shared_ptr<tessel::TransformDefinition> definition_;
+  TypeLookup lastType_;
   Ref<XMLWrapper> templates_;  // holds the empty RECORD of each record type
   std::unordered_map<std::string, xmlNodePtr> templateByType_;
   std::unordered_map<std::string, std::shared_ptr<const FieldDictionary>> fieldsByType_;

@@ -299,6 +299,8 @@ int32_t TransactionIterator::ChildRecords() {
       types = static_cast<int32_t>(factory_->TransformDefinition()->RecordDescendents(id).size());
       childRecordTypes_.emplace(id, types);
     }
+    // A record type without child types has no child records to count.
+    if (types == 0) return 0;
     int32_t containers = 0;
     for (xmlNodePtr c = current_->children; c != nullptr; c = c->next) {
       if (DataNodes::IsElement(c, "RECORDS")) ++containers;

@@ -16,7 +16,9 @@
 #include "audit/HuntErr.h"
 #include "core/RuntimeError.h"
 #include "store/Attributes.h"
+#include "store/DataNodes.h"
 #include "store/TransactionContext.h"
+#include "store/XmlHeap.h"
 
 namespace tessel {
 namespace {
@@ -31,7 +33,12 @@ const char* C(const xmlChar* text) { return reinterpret_cast<const char*>(text);
 
 void InitialiseLibxml() {
   static std::once_flag once;
-  std::call_once(once, [] { xmlInitParser(); });
+  std::call_once(once, [] {
+    // Data documents are millions of small nodes: libxml2 takes them from
+    // the size-class heap before it allocates anything of its own.
+    XmlHeap::Install();
+    xmlInitParser();
+  });
 }
 
 // Stands for a node in an error frame, which prints its type name.
@@ -223,6 +230,21 @@ std::string BaseName(xmlNodePtr node) {
 }  // namespace
 
 XMLWrapper::XMLWrapper() { InitialiseLibxml(); }
+
+void XMLWrapper::DocFree::operator()(xmlDocPtr doc) const {
+  xmlNodePtr child = doc->children;
+  while (child != nullptr) {
+    xmlNodePtr next = child->next;
+    if (child->type == XML_ELEMENT_NODE) {
+      xmlUnlinkNode(child);
+      DataNodes::FreeTree(child);
+    }
+    child = next;
+  }
+  xmlFreeDoc(doc);
+}
+
+void XMLWrapper::NodeFree::operator()(xmlNodePtr node) const { DataNodes::FreeTree(node); }
 
 XMLWrapper::~XMLWrapper() = default;
 

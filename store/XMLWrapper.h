@@ -140,11 +140,13 @@ class XMLWrapper : public Object {
   void SetValueToNode(xmlNodePtr node, const Variant& data, bool cdata);
 
  private:
+  // Both free the element trees themselves (DataNodes::FreeTree) and leave
+  // the rest to libxml2.
   struct DocFree {
-    void operator()(xmlDocPtr doc) const { xmlFreeDoc(doc); }
+    void operator()(xmlDocPtr doc) const;
   };
   struct NodeFree {
-    void operator()(xmlNodePtr node) const { xmlFreeNode(node); }
+    void operator()(xmlNodePtr node) const;
   };
   struct ContextFree {
     void operator()(xmlXPathContextPtr context) const { xmlXPathFreeContext(context); }

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <regex>
+#include <thread>
 
 #include "store/Attributes.h"
 #include "store/TransactionSelector.h"
@@ -86,6 +87,97 @@ TEST(TransactionFactoryTest, ASavedDocumentLoadsBackIntoAnEqualStore) {
   EXPECT_EQ(first->Summary(), "sum");
   selector->MoveChild("LINE");
   EXPECT_EQ(selector->Item()->GetFieldValues("QTY").ToString(), "0");
+}
+
+// Records share what they took from their record type's template (texts of
+// field names, the time stamp of a millisecond); each must stay whole when
+// the factory goes, when the others change and when they go themselves.
+TEST(TransactionFactoryTest, RecordsOutliveTheirFactoryAndEachOther) {
+  Ref<XMLWrapper> data;
+  std::string expected;
+  Ref<XMLWrapper> elsewhere = MakeRef<XMLWrapper>();
+  elsewhere->LoadXML("<?xml version=\"1.0\"?><COPIES/>");
+  Ref<Transaction> copied = MakeRef<Transaction>();
+  {
+    auto factory = MakeFactory();
+    auto context = TopContext(*factory, true);
+    for (int i = 0; i < 50; ++i) AddOrder(*factory, *context, std::to_string(i));
+    data = factory->Data();
+    expected = data->ToString();
+    // Copies into another document and into a record of its own.
+    Ref<Transaction> first = factory->TransactionAtNode(data->GetNodeFromXPath("/DATA/RECORDS/RECORD[1]"));
+    elsewhere->AddElement(first->Data(), elsewhere->GetNodeFromXPath("/COPIES"));
+    first->CopyTransaction(*copied);
+  }
+  const std::string copyText = XMLWrapper::NodeXml(elsewhere->GetNodeFromXPath("/COPIES/RECORD"));
+  EXPECT_NE(copyText.find("<FIELD name=\"NUMBER\"><VALUES><VALUE>0</VALUE></VALUES></FIELD><FIELD name=\"QTY\">"),
+            std::string::npos);
+  EXPECT_EQ(XMLWrapper::NodeXml(copied->Data()), copyText);
+  // Memory the factory gave back is taken again by a document of other names.
+  auto other = MakeFactory("<TRANSFORM id=\"T\"><TRANSFORMDETAIL><RECORDS><RECORD id=\"X\" parentid=\"\">"
+                           "<FIELD name=\"AAAAAA\" type=\"3\"/><FIELD name=\"BBBBBB\" type=\"3\"/>"
+                           "</RECORD></RECORDS></TRANSFORMDETAIL></TRANSFORM>");
+  auto otherContext = TopContext(*other, true);
+  for (int i = 0; i < 200; ++i) other->AddTransaction(*other->CreateTransaction("X"), *otherContext);
+  EXPECT_EQ(data->ToString(), expected);
+  EXPECT_EQ(data->GetNodesFromXPath("/DATA/RECORDS/RECORD/FIELD[@name='NUMBER']").size(), 50u);
+
+  // Changing or removing the attributes of one record leaves the others.
+  data->SetValueToNode(data->GetNodeFromXPath("/DATA/RECORDS/RECORD[1]/FIELD[@name='NOTE']/@name"), Variant("MEMO"),
+                       false);
+  data->DeleteNode(data->GetNodeFromXPath("/DATA/RECORDS/RECORD[2]/FIELD[@name='QTY']/@name"));
+  data->SetValueToNode(data->GetNodeFromXPath("/DATA/RECORDS/RECORD[3]/@timestamp"), Variant("changed"), false);
+  EXPECT_EQ(data->GetNodesFromXPath("/DATA/RECORDS/RECORD/FIELD[@name='NOTE']").size(), 49u);
+  EXPECT_EQ(data->GetNodesFromXPath("/DATA/RECORDS/RECORD/FIELD[@name='MEMO']").size(), 1u);
+  EXPECT_EQ(data->GetNodesFromXPath("/DATA/RECORDS/RECORD/FIELD[@name='QTY']").size(), 49u);
+  EXPECT_EQ(data->GetNodesFromXPath("/DATA/RECORDS/RECORD[@timestamp='changed']").size(), 1u);
+  EXPECT_EQ(data->GetNodesFromXPath("/DATA/RECORDS/RECORD[string-length(@timestamp)=12]").size(), 49u);
+
+  // A record removed and the rest carried on by a new factory.
+  data->DeleteNode(data->GetNodeFromXPath("/DATA/RECORDS/RECORD[4]"));
+  auto next = MakeFactory();
+  next->SetData(data);
+  auto context = TopContext(*next, true);
+  AddOrder(*next, *context, "new");
+  EXPECT_EQ(data->GetNodesFromXPath("/DATA/RECORDS/RECORD/FIELD[@name='NUMBER']").size(), 50u);
+  EXPECT_EQ(XMLWrapper::NodeText(data->GetNodeFromXPath("/DATA/RECORDS/RECORD[50]/FIELD[@name='NUMBER']")), "new");
+  Ref<XMLWrapper> reloaded = MakeRef<XMLWrapper>();
+  reloaded->LoadXML(data->ToString());
+  EXPECT_EQ(reloaded->ToString(), data->ToString());
+  data = nullptr;
+  next = nullptr;
+  EXPECT_EQ(XMLWrapper::NodeXml(elsewhere->GetNodeFromXPath("/COPIES/RECORD")), copyText);
+  EXPECT_EQ(copied->GetFieldValues("NUMBER").ToString(), "0");
+}
+
+// Documents of one factory freed on other threads while the factory goes on
+// making records from the same templates.
+TEST(TransactionFactoryTest, DocumentsFreedOnOtherThreadsLeaveTheFactorysRecordsWhole) {
+  auto factory = MakeFactory();
+  std::vector<std::thread> freers;
+  for (int round = 0; round < 8; ++round) {
+    Ref<XMLWrapper> data = MakeRef<XMLWrapper>();
+    data->LoadXML("<?xml version=\"1.0\"?><DATA/>");
+    factory->SetData(data);
+    auto context = TopContext(*factory, true);
+    for (int i = 0; i < 2000; ++i) AddOrder(*factory, *context, std::to_string(i));
+    EXPECT_EQ(data->GetNodesFromXPath("/DATA/RECORDS/RECORD/FIELD[@name='PRICE']").size(), 2000u);
+    context = nullptr;
+    factory->SetData(MakeRef<XMLWrapper>());
+    freers.emplace_back([held = std::move(data)]() mutable { held = nullptr; });
+  }
+  for (auto& thread : freers) thread.join();
+  Ref<XMLWrapper> last = MakeRef<XMLWrapper>();
+  last->LoadXML("<?xml version=\"1.0\"?><DATA/>");
+  factory->SetData(last);
+  auto context = TopContext(*factory, true);
+  AddOrder(*factory, *context, "last");
+  EXPECT_EQ(Stable(XMLWrapper::NodeXml(last->GetNodeFromXPath("/DATA/RECORDS/RECORD"))),
+            "<RECORD timestamp=\"T\"><FIELD name=\"NUMBER\"><VALUES><VALUE>last</VALUE></VALUES></FIELD>"
+            "<FIELD name=\"QTY\"><VALUES/></FIELD><FIELD name=\"NOTE\"><VALUES/></FIELD>"
+            "<FIELD name=\"LOCKED\"><VALUES/></FIELD><FIELD name=\"PRICE\"><VALUES/></FIELD>"
+            "<FIELD name=\"WHEN\"><VALUES/></FIELD><FIELD name=\"OK\"><VALUES/></FIELD>"
+            "<FIELD name=\"BLOB\"><VALUES/></FIELD><FIELD name=\"CODES\"><VALUES/></FIELD></RECORD>");
 }
 
 TEST(TransactionFactoryTest, MergeAddsTheTopRecordsOfAnotherFile) {

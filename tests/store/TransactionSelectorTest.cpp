@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "store/DataNodes.h"
 #include "store/TransactionSelector.h"
 #include "tests/store/StoreFixture.h"
 
@@ -148,6 +149,47 @@ TEST_F(SelectorSearchTest, TheCoordinatorsCountIsTheNumberOfTopRecords) {
   s->OpenResultset();
   s->MoveFirst();
   EXPECT_EQ(s->Count(), 4);
+}
+
+// Selecting all records of a type is answered without XPath; whatever the
+// document holds, the answer must be the one XPath gives for the query.
+TEST(TransactionSelectorTest, AllRecordsOfATypeAreWhatTheirQueryFinds) {
+  auto factory = MakeFactory();
+  Ref<XMLWrapper> data = MakeRef<XMLWrapper>();
+  data->LoadXML(
+      "<?xml version=\"1.0\"?><!-- c --><DATA xmlns:n=\"urn:n\">"
+      "<RECORDS id=\"LINE\"><RECORD n=\"l1\"><FIELD/></RECORD></RECORDS>"
+      "<RECORDS id=\"ORDER\"><RECORD n=\"1\"><FIELD name=\"NUMBER\"/>"
+      "<RECORDS id=\"ORDER\"><RECORD n=\"nested\"><FIELD/></RECORD></RECORDS>"
+      "<RECORDS id=\"LINE\"><RECORD n=\"l2\"><FIELD/></RECORD><RECORD n=\"l3\"><n:X/></RECORD></RECORDS></RECORD>"
+      "<RECORD n=\"text only\">text</RECORD><RECORD n=\"empty\"/><OTHER><FIELD/></OTHER>"
+      "<n:RECORD n=\"namespaced\"><FIELD/></n:RECORD><!-- c --><RECORD n=\"2\"> <n:Y/></RECORD></RECORDS>"
+      "<RECORDS n:id=\"ORDER\"><RECORD n=\"foreign id\"><FIELD/></RECORD></RECORDS>"
+      "<RECORDS id=\"ORDER \"><RECORD n=\"id with blank\"><FIELD/></RECORD></RECORDS>"
+      "<RECORDS id=\"ORDER\"><RECORD n=\"3\"><FIELD/></RECORD></RECORDS>"
+      "</DATA>");
+  factory->SetData(data);
+  auto names = [](const std::vector<xmlNodePtr>& nodes) {
+    std::string out;
+    for (xmlNodePtr node : nodes) out += "[" + DataNodes::AttributeValue(DataNodes::FindAttribute(node, "n")) + "]";
+    return out;
+  };
+  auto selected = [&](const std::string& id, TransactionContext* context) {
+    Ref<TransactionSelector> selector = factory->CreateTransactionSelector(nullptr, context);
+    selector->SetReturnTransaction(id);
+    selector->AddSearch(id, "*");
+    selector->OpenResultset();
+    std::vector<xmlNodePtr> nodes;
+    for (selector->MoveFirst(); !selector->EOF_(); selector->MoveNext()) nodes.push_back(selector->Item()->Data());
+    return nodes;
+  };
+  EXPECT_EQ(names(selected("ORDER", nullptr)), "[1][2][3]");
+  EXPECT_EQ(names(selected("ORDER", nullptr)), names(data->GetNodesFromXPath("/DATA/RECORDS[@id='ORDER']/RECORD[./*]")));
+  Ref<TransactionContext> onFirst = data->CreateContext();
+  onFirst->SetContext("/DATA/RECORDS[@id='ORDER'][1]/RECORD[1]");
+  EXPECT_EQ(names(selected("LINE", onFirst.get())), "[l2][l3]");
+  EXPECT_EQ(names(selected("LINE", onFirst.get())),
+            names(data->GetNodesFromXPath("RECORDS[@id='LINE']/RECORD[./*]", onFirst->ContextNode())));
 }
 
 }  // namespace

@@ -1,0 +1,416 @@
+#include "store/XmlHeap.h"
+
+#include <libxml/xmlmemory.h>
+#include <pthread.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+#include <new>
+
+namespace tessel {
+namespace {
+
+// Class c holds blocks of (c + 1) * 8 bytes: libxml2's node (120) and
+// attribute (96) structures fill theirs exactly.
+constexpr size_t kGranule = 8;
+constexpr size_t kClasses = XmlHeap::kMaxSmall / kGranule;
+// A span is the unit of address space given to one size class.
+constexpr size_t kSpanShift = 17;
+constexpr size_t kSpanBytes = size_t{1} << kSpanShift;
+// Address space is reserved up front and made writable in steps of this
+// range.
+constexpr size_t kMinCommitStep = size_t{2} << 20;
+constexpr size_t kMaxCommitStep = size_t{32} << 20;
+constexpr size_t kLargestReservation = size_t{1} << 40;
+constexpr size_t kSmallestReservation = size_t{1} << 30;
+// A thread keeps at most this many free blocks of a class and then gives
+// them all to the shared pool; it takes up to a batch back at a time.
+constexpr uint32_t kCacheLimit = 4096;
+constexpr uint32_t kRefillBatch = 256;
+
+inline size_t ClassOf(size_t size) { return size == 0 ? 0 : (size - 1) / kGranule; }
+inline size_t ClassSize(size_t sizeClass) { return (sizeClass + 1) * kGranule; }
+
+// A slot is a size class of plain blocks (below kClasses) or of counted
+// blocks (kClasses and above): a counted block is preceded by its reference
+// count, so its stride is 8 bytes more than its class size.
+constexpr size_t kSlots = 2 * kClasses;
+constexpr size_t kCountBytes = 8;
+using Count = std::atomic<uint64_t>;
+static_assert(sizeof(Count) == kCountBytes);
+inline bool IsCountedSlot(size_t slot) { return slot >= kClasses; }
+inline size_t SlotClass(size_t slot) { return slot % kClasses; }
+inline size_t Stride(size_t slot) { return ClassSize(SlotClass(slot)) + (IsCountedSlot(slot) ? kCountBytes : 0); }
+
+struct FreeBlock {
+  FreeBlock* next;
+};
+
+// The unused tail of a span, left by a thread that ended; linked through its
+// own first bytes.
+struct Leftover {
+  char* end;
+  Leftover* next;
+};
+
+struct Pool {
+  std::mutex mutex;
+  FreeBlock* head = nullptr;
+  Leftover* leftovers = nullptr;
+};
+
+struct Heap {
+  char* base = nullptr;
+  size_t size = 0;
+  uint8_t* spanSlot = nullptr;  // per span: its slot + 1, 0 while unused
+  std::atomic<size_t> carved{0};
+  std::atomic<size_t> committed{0};
+  std::atomic<bool> exhausted{false};
+  std::mutex growMutex;
+  Pool pools[kSlots];
+};
+
+std::atomic<Heap*> gHeap{nullptr};
+std::atomic<bool> gInstalled{false};
+
+// Per-thread free lists and the span each class is being cut from. Plain
+// data, so that it can be reached at any time of the thread's life, also
+// after the thread's destructors have handed its contents back.
+struct ThreadCache {
+  FreeBlock* head[kSlots];
+  FreeBlock* tail[kSlots];  // the last block of the list, so that it moves whole
+  uint32_t count[kSlots];
+  char* bump[kSlots];
+  char* bumpEnd[kSlots];
+  bool armed;    // the retirer is registered for this thread
+  bool retired;  // the thread is ending: everything goes to the shared pools
+};
+thread_local ThreadCache tCache;
+
+void Retire(Heap* heap, ThreadCache& cache);
+
+// Hands the thread's blocks back when the thread ends.
+struct Retirer {
+  bool armed = false;
+  ~Retirer() {
+    if (Heap* heap = gHeap.load(std::memory_order_acquire)) Retire(heap, tCache);
+  }
+};
+thread_local Retirer tRetirer;
+
+inline void Arm(ThreadCache& cache) {
+  cache.armed = true;
+  tRetirer.armed = true;  // first use registers its destructor
+}
+
+inline uintptr_t OffsetOf(const Heap* heap, const void* block) {
+  return reinterpret_cast<uintptr_t>(block) - reinterpret_cast<uintptr_t>(heap->base);
+}
+
+// Unsigned, so that addresses below the base wrap round to large offsets.
+inline bool InHeap(const Heap* heap, const void* block) { return OffsetOf(heap, block) < heap->size; }
+
+inline size_t SlotOfBlock(const Heap* heap, const void* block) {
+  const size_t span = OffsetOf(heap, block) >> kSpanShift;
+  return static_cast<size_t>(heap->spanSlot[span]) - 1;
+}
+
+inline Count& CountOf(void* block) { return *reinterpret_cast<Count*>(static_cast<char*>(block) - kCountBytes); }
+
+Heap* MakeHeap() {
+  char* base = nullptr;
+  size_t size = kLargestReservation;
+  // Under a limit of address space the reservation takes at most a quarter
+  // of it; what the heap cannot hold comes from malloc.
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_AS, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY) {
+    while (size >= kSmallestReservation && size > limit.rlim_cur / 4) size >>= 1;
+  }
+  for (; size >= kSmallestReservation; size >>= 1) {
+    void* p = ::mmap(nullptr, size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (p != MAP_FAILED) {
+      base = static_cast<char*>(p);
+      break;
+    }
+  }
+  if (base == nullptr) return nullptr;
+  void* table = ::mmap(nullptr, size >> kSpanShift, PROT_READ | PROT_WRITE,
+                       MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  if (table == MAP_FAILED) {
+    ::munmap(base, size);
+    return nullptr;
+  }
+  // Never destroyed: blocks are freed until the very end of the process.
+  alignas(Heap) static unsigned char storage[sizeof(Heap)];
+  Heap* heap = ::new (storage) Heap();
+  heap->base = base;
+  heap->size = size;
+  heap->spanSlot = static_cast<uint8_t*>(table);
+  return heap;
+}
+
+// A new span for the slot, writable; nullptr when the reservation is used up
+// or the system refuses more memory.
+char* CarveSpan(Heap* heap, size_t slot) {
+  // Once the heap cannot grow, new blocks come from malloc without asking
+  // again for every one.
+  if (heap->exhausted.load(std::memory_order_relaxed)) return nullptr;
+  const size_t offset = heap->carved.fetch_add(kSpanBytes, std::memory_order_relaxed);
+  if (offset + kSpanBytes > heap->size) {
+    heap->exhausted.store(true, std::memory_order_relaxed);
+    return nullptr;
+  }
+  const size_t needed = offset + kSpanBytes;
+  if (heap->committed.load(std::memory_order_acquire) < needed) {
+    std::lock_guard<std::mutex> lock(heap->growMutex);
+    size_t committed = heap->committed.load(std::memory_order_relaxed);
+    while (committed < needed) {
+      // Steps grow with the heap, so that a small process stays small and a
+      // large document is not made writable a few spans at a time.
+      size_t step = std::min(kMaxCommitStep, std::max(kMinCommitStep, committed / 64));
+      step = std::min(step / kSpanBytes * kSpanBytes, heap->size - committed);
+      if (::mprotect(heap->base + committed, step, PROT_READ | PROT_WRITE) != 0) {
+        heap->exhausted.store(true, std::memory_order_relaxed);
+        return nullptr;
+      }
+      // All of a step is about to be written: its pages are faulted in at
+      // once, which costs far less than a trap for each page. Kernels without
+      // the advice fault them one by one as before.
+      ::madvise(heap->base + committed, step, MADV_POPULATE_WRITE);
+      committed += step;
+      heap->committed.store(committed, std::memory_order_release);
+    }
+  }
+  heap->spanSlot[offset >> kSpanShift] = static_cast<uint8_t>(slot + 1);
+  return heap->base + offset;
+}
+
+void PushToPool(Pool& pool, FreeBlock* first, FreeBlock* last) {
+  std::lock_guard<std::mutex> lock(pool.mutex);
+  last->next = pool.head;
+  pool.head = first;
+}
+
+void Retire(Heap* heap, ThreadCache& cache) {
+  if (cache.retired) return;
+  cache.retired = true;
+  for (size_t c = 0; c < kSlots; ++c) {
+    if (FreeBlock* first = cache.head[c]) PushToPool(heap->pools[c], first, cache.tail[c]);
+    cache.head[c] = cache.tail[c] = nullptr;
+    cache.count[c] = 0;
+    char* begin = cache.bump[c];
+    char* end = cache.bumpEnd[c];
+    if (begin != nullptr && end - begin >= static_cast<std::ptrdiff_t>(std::max(sizeof(Leftover), Stride(c)))) {
+      Pool& pool = heap->pools[c];
+      std::lock_guard<std::mutex> lock(pool.mutex);
+      Leftover* leftover = ::new (begin) Leftover{end, pool.leftovers};
+      pool.leftovers = leftover;
+    }
+    cache.bump[c] = cache.bumpEnd[c] = nullptr;
+  }
+}
+
+// The slow path of Take: the thread's list and span of the slot are empty.
+// nullptr when no block can be had here.
+char* Refill(Heap* heap, ThreadCache& cache, size_t slot) {
+  Pool& pool = heap->pools[slot];
+  const size_t stride = Stride(slot);
+  if (cache.retired) {
+    std::lock_guard<std::mutex> lock(pool.mutex);
+    FreeBlock* block = pool.head;
+    if (block != nullptr) pool.head = block->next;
+    return reinterpret_cast<char*>(block);
+  }
+  if (!cache.armed) Arm(cache);
+  {
+    std::lock_guard<std::mutex> lock(pool.mutex);
+    if (FreeBlock* first = pool.head) {
+      FreeBlock* last = first;
+      uint32_t taken = 1;
+      while (taken < kRefillBatch && last->next != nullptr) {
+        last = last->next;
+        ++taken;
+      }
+      pool.head = last->next;
+      last->next = nullptr;
+      cache.head[slot] = first->next;
+      cache.tail[slot] = first->next != nullptr ? last : nullptr;
+      cache.count[slot] = taken - 1;
+      return reinterpret_cast<char*>(first);
+    }
+    if (Leftover* leftover = pool.leftovers) {
+      pool.leftovers = leftover->next;
+      char* begin = reinterpret_cast<char*>(leftover);
+      cache.bump[slot] = begin + stride;
+      cache.bumpEnd[slot] = leftover->end;
+      return begin;
+    }
+  }
+  char* span = CarveSpan(heap, slot);
+  if (span == nullptr) return nullptr;
+  cache.bump[slot] = span + stride;
+  cache.bumpEnd[slot] = span + (kSpanBytes / stride) * stride;
+  return span;
+}
+
+// A block of the slot (its start, before any count); nullptr when none can
+// be had.
+inline char* Take(Heap* heap, size_t slot) {
+  ThreadCache& cache = tCache;
+  if (FreeBlock* block = cache.head[slot]) {
+    cache.head[slot] = block->next;
+    if (block->next == nullptr) cache.tail[slot] = nullptr;
+    --cache.count[slot];
+    return reinterpret_cast<char*>(block);
+  }
+  const size_t stride = Stride(slot);
+  char* bump = cache.bump[slot];
+  if (bump != nullptr && bump + stride <= cache.bumpEnd[slot]) {
+    cache.bump[slot] = bump + stride;
+    return bump;
+  }
+  return Refill(heap, cache, slot);
+}
+
+// Gives a block (its start) back to the thread's list of the slot.
+inline void Give(Heap* heap, size_t slot, void* start) {
+  ThreadCache& cache = tCache;
+  FreeBlock* freed = static_cast<FreeBlock*>(start);
+  if (cache.retired) {
+    PushToPool(heap->pools[slot], freed, freed);
+    return;
+  }
+  freed->next = cache.head[slot];
+  if (freed->next == nullptr) cache.tail[slot] = freed;
+  cache.head[slot] = freed;
+  if (++cache.count[slot] > kCacheLimit) {
+    // Given whole: walking a list of blocks freed long after they were
+    // written is a cache miss for each.
+    PushToPool(heap->pools[slot], freed, cache.tail[slot]);
+    cache.head[slot] = cache.tail[slot] = nullptr;
+    cache.count[slot] = 0;
+  }
+  if (!cache.armed) Arm(cache);
+}
+
+// A fork must not copy a lock that another thread holds into the child,
+// which would then wait for it for ever: the locks are taken around it.
+void LockAllForFork() {
+  Heap* heap = gHeap.load(std::memory_order_acquire);
+  heap->growMutex.lock();
+  for (Pool& pool : heap->pools) pool.mutex.lock();
+}
+
+void UnlockAllAfterFork() {
+  Heap* heap = gHeap.load(std::memory_order_acquire);
+  for (Pool& pool : heap->pools) pool.mutex.unlock();
+  heap->growMutex.unlock();
+}
+
+}  // namespace
+
+bool XmlHeap::Install() {
+  static std::once_flag once;
+  std::call_once(once, [] {
+    Heap* heap = MakeHeap();
+    if (heap == nullptr) return;
+    gHeap.store(heap, std::memory_order_release);
+    ::pthread_atfork(&LockAllForFork, &UnlockAllAfterFork, &UnlockAllAfterFork);
+    if (xmlMemSetup(&XmlHeap::Free, &XmlHeap::Allocate, &XmlHeap::Reallocate, &XmlHeap::Duplicate) == 0) {
+      gInstalled.store(true, std::memory_order_release);
+    }
+  });
+  return Installed();
+}
+
+bool XmlHeap::Installed() { return gInstalled.load(std::memory_order_acquire); }
+
+void* XmlHeap::Allocate(size_t size) {
+  Heap* heap = gHeap.load(std::memory_order_acquire);
+  if (size > kMaxSmall || heap == nullptr) return std::malloc(size);
+  if (void* block = Take(heap, ClassOf(size))) return block;
+  return std::malloc(size);
+}
+
+void* XmlHeap::AllocateCounted(size_t size) {
+  Heap* heap = gHeap.load(std::memory_order_acquire);
+  if (size > kMaxSmall || heap == nullptr) return nullptr;
+  char* start = Take(heap, kClasses + ClassOf(size));
+  if (start == nullptr) return nullptr;
+  ::new (start) Count(1);
+  return start + kCountBytes;
+}
+
+void XmlHeap::Retain(void* block) { CountOf(block).fetch_add(1, std::memory_order_relaxed); }
+
+bool XmlHeap::IsCounted(const void* block) {
+  const Heap* heap = gHeap.load(std::memory_order_acquire);
+  return heap != nullptr && block != nullptr && InHeap(heap, block) && IsCountedSlot(SlotOfBlock(heap, block));
+}
+
+void XmlHeap::Free(void* block) {
+  Heap* heap = gHeap.load(std::memory_order_acquire);
+  if (heap == nullptr || !InHeap(heap, block)) {
+    std::free(block);
+    return;
+  }
+  const size_t slot = SlotOfBlock(heap, block);
+  if (!IsCountedSlot(slot)) {
+    Give(heap, slot, block);
+    return;
+  }
+  // The last holder frees; acquire so that its reads of the block are done.
+  if (CountOf(block).fetch_sub(1, std::memory_order_acq_rel) != 1) return;
+  Give(heap, slot, static_cast<char*>(block) - kCountBytes);
+}
+
+void* XmlHeap::Reallocate(void* block, size_t size) {
+  if (block == nullptr) return Allocate(size);
+  Heap* heap = gHeap.load(std::memory_order_acquire);
+  if (heap == nullptr || !InHeap(heap, block)) return std::realloc(block, size);
+  const size_t slot = SlotOfBlock(heap, block);
+  const size_t have = ClassSize(SlotClass(slot));
+  if (size <= have && !IsCountedSlot(slot)) return block;
+  // A counted block may have other holders: the caller gets a copy of its own.
+  void* moved = Allocate(size);
+  if (moved == nullptr) return nullptr;
+  std::memcpy(moved, block, std::min(have, size));
+  Free(block);
+  return moved;
+}
+
+char* XmlHeap::Duplicate(const char* text) {
+  if (text == nullptr) return nullptr;
+  const size_t size = std::strlen(text) + 1;
+  char* copy = static_cast<char*>(Allocate(size));
+  if (copy != nullptr) std::memcpy(copy, text, size);
+  return copy;
+}
+
+bool XmlHeap::Owns(const void* block) {
+  const Heap* heap = gHeap.load(std::memory_order_acquire);
+  return heap != nullptr && block != nullptr && InHeap(heap, block);
+}
+
+size_t XmlHeap::BlockSize(const void* block) {
+  const Heap* heap = gHeap.load(std::memory_order_acquire);
+  if (heap == nullptr || block == nullptr || !InHeap(heap, block)) return 0;
+  return ClassSize(SlotClass(SlotOfBlock(heap, block)));
+}
+
+XmlHeap::Usage XmlHeap::CurrentUsage() {
+  Usage usage;
+  if (const Heap* heap = gHeap.load(std::memory_order_acquire)) {
+    usage.spanBytes = std::min(heap->carved.load(std::memory_order_relaxed), heap->size);
+    usage.committedBytes = heap->committed.load(std::memory_order_relaxed);
+  }
+  return usage;
+}
+
+}  // namespace tessel
