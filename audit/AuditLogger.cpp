@@ -42,6 +42,7 @@ void AuditLogger::Initialise(const std::string& jobId, int32_t jobInstance, bool
     settings_ = std::move(settings);
     definitions_.clear();
     counters_.clear();
+    for (Counter*& recent : recentCounters_) recent = nullptr;
     reportGroups_.clear();
     if (!settings_.queueText.empty()) queue_.Initialise(settings_.queueText);
   } catch (...) {
@@ -67,6 +68,13 @@ bool AuditLogger::ValidEventType(const std::string& event) {
 
 void AuditLogger::AddProcessSummaryCounterEvent(const std::string& transformId, const std::string& transactionId,
                                                 const std::string& event, int64_t count) {
+  for (Counter* recent : recentCounters_) {
+    if (recent != nullptr && recent->event == event && recent->transactionId == transactionId &&
+        recent->transformId == transformId) {
+      recent->count += count;
+      return;
+    }
+  }
   auto [counter, added] = counters_.try_emplace(GenerateSummaryCntrKeyString(transformId, transactionId, event));
   if (added) {
     counter->second.transformId = transformId;
@@ -74,6 +82,8 @@ void AuditLogger::AddProcessSummaryCounterEvent(const std::string& transformId, 
     counter->second.event = event;
   }
   counter->second.count += count;
+  recentCounters_[nextRecentCounter_] = &counter->second;
+  nextRecentCounter_ = (nextRecentCounter_ + 1) % kRecentCounters;
 }
 
 std::vector<TransformTaskFieldReplacement> AuditLogger::GetSummaryCountersByTransformId(

@@ -126,6 +126,12 @@ class AuditLogger : public IEvent {
     int64_t count = 0;
   };
   std::unordered_map<std::string, Counter> counters_;
+  // The counters raised last: a transform raises the same few for record
+  // after record, and finding them here spares building and hashing a key.
+  // Counters never move once made, so the pointers stay good.
+  static constexpr size_t kRecentCounters = 4;
+  Counter* recentCounters_[kRecentCounters] = {};
+  size_t nextRecentCounter_ = 0;
   RunProgress* progress_ = nullptr;
   std::string progressTransform_;  // the transform whose records are being counted for progress
   int64_t progressCount_ = 0;

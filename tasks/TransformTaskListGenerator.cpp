@@ -194,14 +194,19 @@ std::vector<std::string> TransformTaskListGenerator::GenerateContextResultSet(co
     if (items_.empty()) return result;
     // Statements that need no record's values come out once.
     std::set<std::string> once;
+    bool anyPerRecord = false;
     for (auto& [id, items] : items_) {
       for (CacheItem& item : items) {
+        anyPerRecord = anyPerRecord || item.RequiresIteration;
         if (item.RequiresIteration) continue;
         GenerateValueList(item, nullptr);
         std::string text = PerformSubstitution(item.Statement, item.Tokens);
         if (once.insert(text).second) result.push_back(std::move(text));
       }
     }
+    // A walk over the records adds nothing when no statement reads them
+    // (a summary of counters only), and costs a visit of every record.
+    if (!anyPerRecord) return result;
     std::string top = transactionId;
     if (top.empty()) {
       std::vector<xmlNodePtr> tops = definition_->RecordDescendents("");
