@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
+#include <iterator>
 #include <string>
 
 #include "core/DateTime.h"
@@ -37,6 +38,23 @@ constexpr KeywordEntry kKeywords[] = {
     {"true", Keyword::True},       {"until", Keyword::Until},     {"wend", Keyword::Wend},
     {"while", Keyword::While},     {"with", Keyword::With},       {"xor", Keyword::Xor},
 };
+
+constexpr int kKeywordCount = static_cast<int>(std::size(kKeywords));
+
+// kKeywordStart[l] is the index of the first keyword whose letter is at
+// least 'a' + l (the table is alphabetical); kKeywordStart[26] is the end.
+struct KeywordIndex {
+  int start[27];
+  constexpr KeywordIndex() : start{} {
+    int i = 0;
+    for (int l = 0; l <= 26; ++l) {
+      while (i < kKeywordCount && kKeywords[i].name[0] - 'a' < l) ++i;
+      start[l] = i;
+    }
+  }
+  constexpr int operator[](int l) const { return start[l]; }
+};
+constexpr KeywordIndex kKeywordStart;
 
 // ASCII only: names are ASCII, and the C locale functions cost a call each.
 inline bool IsIdentStart(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
@@ -90,10 +108,13 @@ bool Token::IsWord(std::string_view word) const {
 Keyword Lexer::LookupKeyword(std::string_view word) {
   if (word.size() < 2 || word.size() > 8) return Keyword::None;
   const char first = Lower(word[0]);
-  for (const auto& entry : kKeywords) {  // alphabetical
-    if (entry.name[0] < first) continue;
-    if (entry.name[0] > first) break;
-    if (EqualsNoCase(entry.name, word)) return entry.keyword;
+  if (first < 'a' || first > 'z') return Keyword::None;
+  // Every identifier is looked up, most of them not reserved: start at the
+  // first entry of the word's letter instead of scanning the letters before.
+  const int letter = first - 'a';
+  for (int i = kKeywordStart[letter]; i < kKeywordStart[letter + 1]; ++i) {
+    const KeywordEntry& entry = kKeywords[i];
+    if (entry.name.size() == word.size() && EqualsNoCase(entry.name, word)) return entry.keyword;
   }
   return Keyword::None;
 }
