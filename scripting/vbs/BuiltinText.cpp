@@ -107,14 +107,14 @@ std::u16string Folded(std::string_view s) {
 
 template <class Map>
 std::string MapCase(std::string_view s, Map map, bool upper) {
-  std::string out;
-  out.reserve(s.size());
   if (IsAscii(s)) {
-    for (char c : s) {
-      if (upper && c >= 'a' && c <= 'z') c = static_cast<char>(c - 32);
-      if (!upper && c >= 'A' && c <= 'Z') c = static_cast<char>(c + 32);
-      out.push_back(c);
-    }
+    // Copied whole and changed in place: a push_back per character costs
+    // more than the case mapping itself.
+    std::string out(s);
+    const char from = upper ? 'a' : 'A';
+    const char delta = upper ? -32 : 32;
+    for (char& c : out)
+      if (static_cast<unsigned char>(c - from) < 26) c = static_cast<char>(c + delta);
     return out;
   }
   std::u16string u = ToUtf16(s);
