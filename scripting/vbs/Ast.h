@@ -1,7 +1,8 @@
 // Ast: the syntax tree the Parser builds and the Machine walks.
 //
-// Nodes are owned by their parent through unique_ptr; a procedure owns its
-// body; a Code owns the top-level statements and procedures. Names are
+// Nodes are owned by their parent through ExprPtr/StmtPtr; a procedure owns its
+// body; a Code owns the top-level statements and procedures (the nodes of an
+// Eval expression may live in an ExprArena instead). Names are
 // resolved by the parser as far as the source allows: to a slot of the
 // procedure's frame, to a member of the enclosing class, or left dynamic (the
 // machine looks dynamic names up in the engine's global table and caches the
@@ -29,15 +30,35 @@ enum class BinaryOp : uint8_t {
 };
 enum class UnaryOp : uint8_t { Neg, Not, Plus };
 
+struct Expr;
+
+// Deletes a node, or only destroys it when it lives in an ExprArena (whose
+// owner reclaims the memory). Converts from std::default_delete so that
+// nodes made with std::make_unique move into an ExprPtr.
+struct ExprDelete {
+  ExprDelete() = default;
+  template <class U>
+  ExprDelete(std::default_delete<U>) noexcept {}
+  void operator()(Expr* e) const noexcept;
+};
+
 struct Expr {
   explicit Expr(ExprKind k) : kind(k) {}
   virtual ~Expr() = default;
   ExprKind kind;
+  bool inArena = false;  // memory belongs to an ExprArena
   int line = 0;
   int column = 0;
   int height = 1;  // longest path to a leaf, bounded by the parser
 };
-using ExprPtr = std::unique_ptr<Expr>;
+using ExprPtr = std::unique_ptr<Expr, ExprDelete>;
+
+inline void ExprDelete::operator()(Expr* e) const noexcept {
+  if (e->inArena)
+    e->~Expr();
+  else
+    delete e;
+}
 using ExprList = std::vector<ExprPtr>;
 
 struct LiteralExpr : Expr {

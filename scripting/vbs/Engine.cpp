@@ -88,7 +88,22 @@ Variant Engine::Eval(std::string_view expression) {
   error_.number_ = 0;
   machine_->BeginEntry();
   try {
-    ExprPtr expr = Parser::ParseExpression(expression);
+    ExprArena* arena = nullptr;
+    if (!evalArenaBusy_) {
+      arena = &evalArena_;
+      arena->Reset();  // the last Eval's tree is gone
+    }
+    struct Claim {
+      bool& busy;
+      bool held;
+      ~Claim() {
+        if (held) busy = false;
+      }
+    } claim{evalArenaBusy_, arena != nullptr};
+    evalArenaBusy_ = true;
+    // Declared after `claim`, so the tree is destroyed before the arena is
+    // released.
+    ExprPtr expr = Parser::ParseExpression(expression, nullptr, arena);
     return machine_->Evaluate(*expr);
   } catch (...) {
     Fail(expression, true);

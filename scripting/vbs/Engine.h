@@ -26,6 +26,7 @@
 #include "core/Error.h"
 #include "core/Object.h"
 #include "core/Variant.h"
+#include "scripting/vbs/ExprArena.h"
 
 namespace tessel::vbs {
 
@@ -97,6 +98,10 @@ class Engine {
   int32_t timeout_ = 0;
   bool allowUI_ = false;
   EngineError error_;
+  // Nodes of the expression Eval is running; a nested Eval (a host object
+  // calling back into the engine) builds its tree on the heap instead.
+  ExprArena evalArena_;
+  bool evalArenaBusy_ = false;
 };
 
 }  // namespace tessel::vbs

@@ -2,10 +2,13 @@
 
 #include <algorithm>
 #include <cctype>
+#include <new>
+#include <type_traits>
 #include <unordered_map>
 
 #include "core/VariantArithmetic.h"
 #include "scripting/vbs/BuiltinTable.h"
+#include "scripting/vbs/ExprArena.h"
 #include "scripting/vbs/Lexer.h"
 #include "scripting/vbs/ScriptError.h"
 
@@ -41,8 +44,8 @@ struct ProcContext {
 
 class ParserImpl {
  public:
-  ParserImpl(std::string_view source, int firstLine, const EnclosingScope* enclosing)
-      : lex_(source, firstLine), enclosing_(enclosing) {
+  ParserImpl(std::string_view source, int firstLine, const EnclosingScope* enclosing, ExprArena* arena = nullptr)
+      : lex_(source, firstLine), enclosing_(enclosing), arena_(arena) {
     Advance();
   }
 
@@ -151,9 +154,22 @@ class ParserImpl {
     Advance();
     return name;
   }
+  // A node of the tree being built: in the arena when there is one.
+  template <class T, class... Args>
+  std::unique_ptr<T, ExprDelete> New(Args&&... args) {
+    if (!arena_) return std::unique_ptr<T, ExprDelete>(std::make_unique<T>(std::forward<Args>(args)...));
+    T* node = ::new (arena_->Allocate(sizeof(T), alignof(T))) T(std::forward<Args>(args)...);
+    node->inArena = true;
+    return std::unique_ptr<T, ExprDelete>(node);
+  }
   template <class T>
-  std::unique_ptr<T> Node() {
-    auto n = std::make_unique<T>();
+  auto Node() {
+    auto n = [this] {
+      if constexpr (std::is_base_of_v<Expr, T>)
+        return New<T>();
+      else
+        return std::make_unique<T>();
+    }();
     n->line = tok_.line;
     n->column = tok_.column;
     return n;
@@ -1177,7 +1193,7 @@ class ParserImpl {
       } catch (const Error&) {
       }
     }
-    auto e = std::make_unique<UnaryExpr>();
+    auto e = New<UnaryExpr>();
     e->line = line;
     e->column = column;
     e->height = operand->height + 1;
@@ -1212,7 +1228,7 @@ class ParserImpl {
         }
       }
     }
-    auto e = std::make_unique<BinaryExpr>();
+    auto e = New<BinaryExpr>();
     e->line = line;
     e->column = column;
     e->height = std::max(left->height, right->height) + 1;
@@ -1224,7 +1240,7 @@ class ParserImpl {
   }
 
   ExprPtr Literal(Variant v) {
-    auto e = std::make_unique<LiteralExpr>(std::move(v));
+    auto e = New<LiteralExpr>(std::move(v));
     e->line = tok_.line;
     e->column = tok_.column;
     Advance();
@@ -1293,7 +1309,7 @@ class ParserImpl {
       if (!name->hasParens && !IsLocalName(name->lower)) {
         if (const BuiltinConstant* c = FindBuiltinConstant(name->lower)) {
           if (tok_.kind != TokenKind::Dot && tok_.kind != TokenKind::Eq) {
-            auto lit = std::make_unique<LiteralExpr>(c->value());
+            auto lit = New<LiteralExpr>(c->value());
             lit->line = name->line;
             lit->column = name->column;
             return lit;
@@ -1320,7 +1336,7 @@ class ParserImpl {
   }
 
   ExprPtr Node(ExprKind kind) {
-    auto e = std::make_unique<Expr>(kind);
+    auto e = New<Expr>(kind);
     e->line = tok_.line;
     e->column = tok_.column;
     return e;
@@ -1362,7 +1378,7 @@ class ParserImpl {
     }
     for (;;) {
       if (tok_.kind == TokenKind::Comma || tok_.kind == TokenKind::RParen) {
-        args.push_back(std::make_unique<Expr>(ExprKind::Missing));
+        args.push_back(New<Expr>(ExprKind::Missing));
       } else {
         args.push_back(ParseExpr());
       }
@@ -1394,6 +1410,7 @@ class ParserImpl {
   Token peek_;
   bool hasPeek_ = false;
   const EnclosingScope* enclosing_;
+  ExprArena* arena_;
   Code* code_ = nullptr;
   ProcContext* ctx_ = nullptr;
   int singleLineIf_ = 0;
@@ -1413,8 +1430,8 @@ std::unique_ptr<Code> Parser::ParseProgram(std::string source, int firstLine,
   return code;
 }
 
-ExprPtr Parser::ParseExpression(std::string_view source, const EnclosingScope* enclosing) {
-  ParserImpl impl(source, 1, enclosing);
+ExprPtr Parser::ParseExpression(std::string_view source, const EnclosingScope* enclosing, ExprArena* arena) {
+  ParserImpl impl(source, 1, enclosing, arena);
   int slots = 0;
   return impl.ParseExpressionOnly(slots);
 }

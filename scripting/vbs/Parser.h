@@ -18,6 +18,8 @@
 
 namespace tessel::vbs {
 
+class ExprArena;
+
 // The procedure whose frame an Execute/Eval runs in, so that the compiled
 // text can see its locals.
 struct EnclosingScope {
@@ -35,8 +37,10 @@ class Parser {
                                             const EnclosingScope* enclosing = nullptr);
 
   // One expression (what Eval takes). The tree refers to no text of `source`.
-  // `slotCount` receives the number of hidden frame slots the tree needs.
-  static ExprPtr ParseExpression(std::string_view source, const EnclosingScope* enclosing = nullptr);
+  // With `arena` its nodes live there: the tree must be destroyed before the
+  // arena is Reset.
+  static ExprPtr ParseExpression(std::string_view source, const EnclosingScope* enclosing = nullptr,
+                                 ExprArena* arena = nullptr);
 };
 
 }  // namespace tessel::vbs

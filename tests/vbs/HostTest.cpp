@@ -63,6 +63,27 @@ class Numbers : public Object {
   }
 };
 
+// A host object that evaluates text on the engine that is calling it.
+class Reentrant : public BoundObject<Reentrant> {
+ public:
+  static void Bind(ClassBinding<Reentrant>& b) { b.TypeName("Reentrant").Method("Eval", &Reentrant::Eval); }
+  Engine* engine = nullptr;
+  Variant Eval(const std::string& text) { return engine->Eval(text); }
+};
+
+TEST(VbsHost, EvalInsideEvalKeepsTheOuterExpression) {
+  Engine e;
+  auto host = MakeRef<Reentrant>();
+  host->engine = &e;
+  e.AddObject("host", host);
+  // The outer tree is still being walked while the inner texts are parsed
+  // and freed; both must come out whole, and the engine stays usable.
+  EXPECT_EQ(Typed(e, "\"a\" & host.Eval(\"UCase(\"\"b\"\") & 2*3\") & \"c\" & host.Eval(\"7\") & \"d\""),
+            "String:aB6c7d");
+  EXPECT_EQ(EvalErrorOf(e, "\"a\" & host.Eval(\"1 +\")"), 1023);
+  EXPECT_EQ(Typed(e, "\"x\" & 1.5 & \"y\""), "String:x1.5y");
+}
+
 TEST(VbsHost, BoundObjectMembersByName) {
   Engine e;
   auto counter = MakeRef<Counter>();
