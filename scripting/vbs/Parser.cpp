@@ -24,6 +24,8 @@ std::string ToLower(std::string_view s) {
 }
 
 constexpr int kMaxNesting = 400;
+// Longest text the parser joins from literals.
+constexpr size_t kMaxFoldedText = 4096;
 // Operator chains (`a & b & c ...`) build trees without nesting the parser;
 // their height is bounded separately so that walking them stays shallow.
 constexpr int kMaxTreeHeight = 3000;
@@ -1209,6 +1211,17 @@ class ParserImpl {
     if (left->kind == ExprKind::Literal && right->kind == ExprKind::Literal) {
       auto* a = static_cast<LiteralExpr*>(left.get());
       auto* b = static_cast<LiteralExpr*>(right.get());
+      // Joining texts and whole numbers gives the same text whenever it is
+      // done (a Double's text is left to run time); a long result is left
+      // to run time too, which enforces the size limit.
+      if (op == BinaryOp::Concat && IsFixedText(a->value) && IsFixedText(b->value) &&
+          TextSize(a->value) + TextSize(b->value) <= kMaxFoldedText) {
+        try {
+          a->value = Concat(a->value, b->value);
+          return left;
+        } catch (const Error&) {
+        }
+      }
       if (a->value.IsNumericType() && b->value.IsNumericType()) {
         try {
           Variant r;
@@ -1238,6 +1251,12 @@ class ParserImpl {
     e->right = std::move(right);
     return e;
   }
+
+  static bool IsFixedText(const Variant& v) {
+    return v.IsString() || v.Type() == VarType::Integer || v.Type() == VarType::Long;
+  }
+  // Bytes of a value IsFixedText accepts, at most for numbers.
+  static size_t TextSize(const Variant& v) { return v.IsString() ? v.StringValue().size() : 11; }
 
   ExprPtr Literal(Variant v) {
     auto e = New<LiteralExpr>(std::move(v));

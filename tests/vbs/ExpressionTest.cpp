@@ -52,6 +52,24 @@ TEST(VbsExpression, PrecedenceFollowsTheLanguage) {
   EXPECT_EQ(Typed(e, "False Imp False Eqv True"), "Boolean:True");
 }
 
+TEST(VbsExpression, JoiningLiteralsGivesTheRunTimeResult) {
+  Engine e;
+  EXPECT_EQ(Typed(e, "\"C17\" & \"-\" & 17"), "String:C17-17");
+  EXPECT_EQ(Typed(e, "\"a\" & -32768 & \"b\" & 2147483647"), "String:a-32768b2147483647");
+  EXPECT_EQ(Typed(e, "\"a\" & 1 + 2 & \"\""), "String:a3");
+  EXPECT_EQ(Typed(e, "\"x\" & 1.5 & True & Null & Empty & #2024-02-28#"), "String:x1.5True2/28/2024");
+  EXPECT_EQ(Typed(e, "Null & Null"), "Null:Null");
+  EXPECT_EQ(Typed(e, "vbTab & \"t\""), "String:\tt");
+  // A chain longer than the parser joins is finished at run time.
+  std::string chain = "\"" + std::string(3000, 'a') + "\"";
+  for (int i = 0; i < 3; ++i) chain += " & \"" + std::string(3000, 'b') + "\" & " + std::to_string(i);
+  Variant joined = e.Eval("Len(" + chain + ") & Right(" + chain + ", 4)");
+  EXPECT_EQ(joined.ToString(), "12003bbb2");
+  // Inside a procedure the joined text is the same on every call.
+  e.AddCode("Function Tag(n)\r\nTag = \"<\" & 1 & \">\" & n\r\nEnd Function\r\n");
+  EXPECT_EQ(Typed(e, "Tag(1) & Tag(2)"), "String:<1>1<1>2");
+}
+
 TEST(VbsExpression, ArithmeticPromotesOnOverflow) {
   Engine e;
   e.AddCode("Dim i, l : i = 32767 : l = 2147483647");
