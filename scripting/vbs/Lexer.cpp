@@ -83,6 +83,30 @@ int DaysInMonth(int y, int m) {
   return m == 2 && IsLeap(y) ? 29 : kDays[m - 1];
 }
 
+// digits[.digits] with at most 15 digits in all: the digits as a whole
+// number and the power of ten are both exact doubles, so one division gives
+// the correctly rounded value, as a full conversion would, at a fraction of
+// its cost. False for anything else (exponents, long numbers).
+bool ShortDecimal(std::string_view text, double& value) {
+  static constexpr double kPowers[] = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                       1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
+  int64_t digits = 0;
+  int count = 0;
+  int fraction = -1;  // digits after the point; -1 before it
+  for (char c : text) {
+    if (c == '.') {
+      if (fraction >= 0) return false;
+      fraction = 0;
+      continue;
+    }
+    if (c < '0' || c > '9' || ++count > 15) return false;
+    digits = digits * 10 + (c - '0');
+    if (fraction >= 0) ++fraction;
+  }
+  value = static_cast<double>(digits) / kPowers[fraction < 0 ? 0 : fraction];
+  return true;
+}
+
 // Reads a run of digits; -1 when none.
 int ReadInt(std::string_view s, size_t& i, int* digits = nullptr) {
   int value = 0, n = 0;
@@ -368,6 +392,7 @@ void Lexer::LexNumber(Token& t) {
     }
   }
   t.kind = TokenKind::Double;
+  if (isFloat && ShortDecimal(t.source, t.number)) return;
   auto [end, ec] = std::from_chars(t.source.data(), t.source.data() + t.source.size(), t.number);
   if (ec != std::errc()) {
     std::string buffer(t.source);

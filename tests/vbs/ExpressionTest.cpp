@@ -10,6 +10,12 @@ TEST(VbsExpression, LiteralsKeepTheirSubtypes) {
   EXPECT_EQ(Typed(e, "32768"), "Long:32768");
   EXPECT_EQ(Typed(e, "2147483648"), "Double:2147483648");
   EXPECT_EQ(Typed(e, "1.5"), "Double:1.5");
+  // Short and long decimals read as the nearest double, like text converted
+  // at run time.
+  for (const char* text : {"0.1", "0.3", ".7", "25.", "97.25", "123456789.012345", "0.000000000000001",
+                           "1234567890123.4567", "3.14159265358979", "9007199254740993.5"})
+    EXPECT_EQ(Typed(e, std::string(text) + " = CDbl(\"" + text + "\")"), "Boolean:True") << text;
+  EXPECT_EQ(Typed(e, "0.1 + 0.2 = 0.3"), "Boolean:False");
   EXPECT_EQ(Typed(e, "&HFF"), "Integer:255");
   EXPECT_EQ(Typed(e, "&HFFFF"), "Integer:-1");
   EXPECT_EQ(Typed(e, "&H10000"), "Long:65536");
