@@ -93,6 +93,10 @@ class ParserImpl {
     ProcContext top;
     top.code = &scratch;
     ctx_ = &top;
+    // Without an enclosing procedure every name of the expression is looked
+    // up at run time (a new NameExpr is Dynamic), so none is kept for
+    // FinishScope.
+    namesStayDynamic_ = enclosing_ == nullptr;
     SkipNewlines();
     if (tok_.kind == TokenKind::End) Fail(syntax::kExpectedExpression);
     ExprPtr e = ParseExpr();
@@ -1335,7 +1339,7 @@ class ParserImpl {
           }
         }
       }
-      ctx_->pending.push_back(name.get());
+      if (!namesStayDynamic_) ctx_->pending.push_back(name.get());
       e = std::move(name);
     } else if (tok_.Is(Keyword::Me)) {
       if (!InClassMethod()) Fail(syntax::kInvalidMe);
@@ -1434,6 +1438,7 @@ class ParserImpl {
   ProcContext* ctx_ = nullptr;
   int singleLineIf_ = 0;
   int depth_ = 0;
+  bool namesStayDynamic_ = false;
   std::vector<std::pair<NameExpr*, FunctionProto*>> classPending_;
 };
 
