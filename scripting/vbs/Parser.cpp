@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <new>
+#include <optional>
 #include <type_traits>
 #include <unordered_map>
 
@@ -87,23 +88,27 @@ class ParserImpl {
     }
   }
 
-  ExprPtr ParseExpressionOnly(int& slotCount) {
-    Code scratch;
-    code_ = &scratch;
+  ExprPtr ParseExpressionOnly() {
     ProcContext top;
-    top.code = &scratch;
     ctx_ = &top;
     // Without an enclosing procedure every name of the expression is looked
     // up at run time (a new NameExpr is Dynamic), so none is kept for
-    // FinishScope.
-    namesStayDynamic_ = enclosing_ == nullptr;
+    // FinishScope, and nothing reads the scratch Code (Execute's names, With
+    // slots): the parse per Eval skips building one.
+    std::optional<Code> scratch;
+    if (enclosing_) {
+      scratch.emplace();
+      code_ = &*scratch;
+      top.code = code_;
+    } else {
+      namesStayDynamic_ = true;
+    }
     SkipNewlines();
     if (tok_.kind == TokenKind::End) Fail(syntax::kExpectedExpression);
     ExprPtr e = ParseExpr();
     SkipNewlines();
     if (tok_.kind != TokenKind::End) Fail(syntax::kExpectedEndOfStatement);
-    FinishScope(top, nullptr);
-    slotCount = scratch.slotCount;
+    if (!namesStayDynamic_) FinishScope(top, nullptr);
     return e;
   }
 
@@ -1456,8 +1461,7 @@ std::unique_ptr<Code> Parser::ParseProgram(std::string source, int firstLine,
 
 ExprPtr Parser::ParseExpression(std::string_view source, const EnclosingScope* enclosing, ExprArena* arena) {
   ParserImpl impl(source, 1, enclosing, arena);
-  int slots = 0;
-  return impl.ParseExpressionOnly(slots);
+  return impl.ParseExpressionOnly();
 }
 
 }  // namespace tessel::vbs
