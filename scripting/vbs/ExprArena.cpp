@@ -4,7 +4,7 @@
 
 namespace tessel::vbs {
 
-void* ExprArena::Allocate(size_t size, size_t align) {
+void* ExprArena::AllocateSlow(size_t size, size_t align) {
   for (;;) {
     if (current_ < blocks_.size()) {
       Block& block = blocks_[current_];

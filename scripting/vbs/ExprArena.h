@@ -23,11 +23,20 @@ class ExprArena {
 
   // `size` bytes aligned to `align` (a power of two no larger than
   // alignof(std::max_align_t)); valid until Reset.
-  void* Allocate(size_t size, size_t align);
+  void* Allocate(size_t size, size_t align) {
+    const size_t start = (used_ + align - 1) & ~(align - 1);
+    if (current_ < blocks_.size() && start + size <= blocks_[current_].size) {
+      used_ = start + size;
+      return blocks_[current_].data.get() + start;
+    }
+    return AllocateSlow(size, align);
+  }
   // Makes all memory reusable; keeps a few blocks for the next tree.
   void Reset();
 
  private:
+  void* AllocateSlow(size_t size, size_t align);
+
   static constexpr size_t kBlockSize = 4096;
   static constexpr size_t kKeptBlocks = 4;
 
