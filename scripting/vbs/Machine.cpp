@@ -1047,15 +1047,30 @@ Variant Machine::InvokeObject(Object& object, DispId id, InvokeKind kind, const 
 Variant Machine::CallBuiltin(const BuiltinFunction& fn, const ExprList& args, Frame& f) {
   const int argc = static_cast<int>(args.size());
   if (argc < fn.minArgs || argc > fn.maxArgs) ThrowNamed(450, std::string(fn.name));
-  Variant argv[8];
-  std::vector<Variant> heap;
-  Variant* p = argv;
   if (argc > 8) {
-    heap.resize(argc);
-    p = heap.data();
+    std::vector<Variant> heap(argc);
+    for (int i = 0; i < argc; ++i) heap[i] = Eval(*args[i], f);
+    return fn.call(builtins_, heap.data(), argc);
   }
-  for (int i = 0; i < argc; ++i) p[i] = Eval(*args[i], f);
-  return fn.call(builtins_, p, argc);
+  // Only the arguments given are constructed and destroyed: most calls
+  // pass one or two, and a full array of eight cost more than the call.
+  union Slots {
+    Slots() {}
+    ~Slots() {}
+    Variant v[8];
+  } slots;
+  struct Built {
+    Variant* v;
+    int n = 0;
+    ~Built() {
+      while (n > 0) v[--n].~Variant();
+    }
+  } built{slots.v};
+  while (built.n < argc) {
+    ::new (&slots.v[built.n]) Variant(Eval(*args[built.n], f));
+    ++built.n;
+  }
+  return fn.call(builtins_, slots.v, argc);
 }
 
 Variant Machine::CallIntrinsic(int id, const ExprList& args, Frame& f) {

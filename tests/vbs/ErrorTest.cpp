@@ -61,6 +61,12 @@ TEST(VbsError, RuntimeErrorsHaveTheLanguageNumbers) {
   EXPECT_EQ(ErrorOf(e, "Dim v : Set v = 5"), 424);
   EXPECT_EQ(ErrorOf(e, "Dim z : Set z = Nothing : z.V = 1"), 91);
   EXPECT_EQ(EvalErrorOf(e, "Len()"), 450);
+  // An argument that fails leaves the ones already evaluated to be freed.
+  EXPECT_EQ(EvalErrorOf(e, "Mid(UCase(\"abcdefghijklmnopqrstuvwxyz\"), 2, 1 / 0)"), 11);
+  EXPECT_EQ(EvalErrorOf(e, "Replace(\"a\" & Now, \"a\", \"b\", 1, 1, CLng(\"q\"))"), 13);
+  EXPECT_EQ(Typed(e, "Mid(UCase(\"abcdefghijklmnopqrstuvwxyz\"), 25, 9)"), "String:YZ");
+  EXPECT_EQ(Typed(e, "Replace(\"a-b-c-d\", \"-\", \"+\", 1, 2, 0) & Chr(65)"), "String:a+b+c-dA");
+  EXPECT_EQ(Typed(e, "Array(1, 2, 3, 4, 5, 6, 7, 8, \"nine\", 10)(8)"), "String:nine");
   EXPECT_EQ(EvalErrorOf(e, "Mid(\"a\", 0)"), 5);
   EXPECT_EQ(EvalErrorOf(e, "New Unknown"), 506);
   EXPECT_EQ(EvalErrorOf(e, "CreateObject(\"No.Such\")"), 429);
