@@ -1181,13 +1181,43 @@ class ParserImpl {
   }
 
   ExprPtr ParseRest(ExprPtr left, int minPrec) {
+    // A run of literal texts joined with & is gathered in `joined` and
+    // becomes the value of `left` once, instead of a new string at every &
+    // (the same text MakeBinary's join gives).
+    std::string joined;
+    bool joining = false;
+    auto settle = [&] {
+      if (!joining) return;
+      static_cast<LiteralExpr&>(*left).value = Variant(std::move(joined));
+      joining = false;
+    };
     for (;;) {
       BinaryOp op;
       int prec = Precedence(tok_, op);
-      if (prec < 0 || prec < minPrec) return left;
+      if (prec < 0 || prec < minPrec) {
+        settle();
+        return left;
+      }
       const int line = tok_.line, column = tok_.column;
       Advance();
       ExprPtr right = op == BinaryOp::Pow ? ParsePowOperand() : ParseExpr(prec + 1);
+      if (op == BinaryOp::Concat && left->kind == ExprKind::Literal && right->kind == ExprKind::Literal) {
+        const Variant& a = static_cast<LiteralExpr&>(*left).value;
+        const Variant& b = static_cast<LiteralExpr&>(*right).value;
+        if (IsFixedText(a) && IsFixedText(b) &&
+            (joining ? joined.size() : TextSize(a)) + TextSize(b) <= kMaxFoldedText) {
+          if (!joining) {
+            joined = a.IsString() ? std::string(a.StringValue()) : a.ToString();
+            joining = true;
+          }
+          if (b.IsString())
+            joined.append(b.StringValue());
+          else
+            joined.append(b.ToString());
+          continue;
+        }
+      }
+      settle();
       left = MakeBinary(op, std::move(left), std::move(right), line, column);
     }
   }

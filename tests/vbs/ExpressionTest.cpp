@@ -65,6 +65,10 @@ TEST(VbsExpression, JoiningLiteralsGivesTheRunTimeResult) {
   EXPECT_EQ(Typed(e, "\"a\" & 1 + 2 & \"\""), "String:a3");
   EXPECT_EQ(Typed(e, "\"x\" & 1.5 & True & Null & Empty & #2024-02-28#"), "String:x1.5True2/28/2024");
   EXPECT_EQ(Typed(e, "Null & Null"), "Null:Null");
+  EXPECT_EQ(Typed(e, "1 & 2"), "String:12");
+  e.AddCode("Dim v : v = \"V\"");
+  EXPECT_EQ(Typed(e, "\"a\" & \"b\" & v & \"c\" & 3 & 1.5 & \"d\" & \"e\" & v"), "String:abVc31.5deV");
+  EXPECT_EQ(Typed(e, "(\"a\" & 1) & (2 & \"b\") = \"a12b\""), "Boolean:True");
   EXPECT_EQ(Typed(e, "vbTab & \"t\""), "String:\tt");
   // A chain longer than the parser joins is finished at run time.
   std::string chain = "\"" + std::string(3000, 'a') + "\"";
