@@ -145,9 +145,10 @@ void CSVWriter::WriteRecord(Transaction& transaction) {
     const RecordLayout& layout = found->second;
     for (size_t i = 0; i < layout.names.size(); ++i) {
       if (i > 0) unit_ += delimiter_;
-      const Variant value = transaction.GetFieldValues(layout.names[i], 0);
       if (layout.quoted[i]) unit_ += '"';
-      if (value.IsString()) {
+      if (const char* text = transaction.SingleValueText(layout.names[i])) {
+        unit_ += text;
+      } else if (const Variant value = transaction.GetFieldValues(layout.names[i], 0); value.IsString()) {
         unit_ += value.StringValue();
       } else {
         unit_ += value.ToString();

@@ -443,82 +443,97 @@ int32_t Transaction::GetValueCount(xmlNodePtr field) {
 
 void Transaction::SetFieldValue(std::string_view name, const Variant& value, bool overwrite) {
   try {
-    RequireData();
-    // An unknown name fails here as it would after the search for its FIELD.
-    const FieldMetaData& meta = Meta(name);
-    xmlNodePtr field = FindField(name);
-    if (field == nullptr) {
-      field = TransactionFactory::InitFldNode(data_->doc, name);
-      // FIELDs stand before the RECORDS of child records.
-      xmlNodePtr before = DataNodes::FirstChildElement(data_, "RECORDS");
-      if (before != nullptr) xmlAddPrevSibling(before, field); else xmlAddChild(data_, field);
-    }
-    const int16_t type = meta.FieldType;
-    if (type != kFieldBinary && IsEmptyValue(value)) return;
-
-    // The text is taken from the value where it stands; `owned` holds it
-    // only when it has to be made.
-    std::string owned;
-    std::string_view text;
-    if (type == kFieldBinary && value.IsArray()) {
-      owned = SetBinaryField(name, value);
-      text = owned;
-    } else if (value.IsString()) {
-      text = value.StringValue();
-    } else {
-      owned = ValueText(value);
-      text = owned;
-    }
-    if (type != kFieldString && !text.empty() && text.front() == '"' && text.back() == '"') {
-      if (text.size() == 1) ThrowRuntimeError(5);
-      text = text.substr(1, text.size() - 2);
-    }
-
-    // A field as the factory makes it, one VALUES without values, takes the
-    // first value without a count.
-    xmlNodePtr only = field->children;
-    const bool bare = only != nullptr && only->next == nullptr && only->children == nullptr &&
-                      DataNodes::IsElement(only, "VALUES");
-    const int32_t count = bare ? 0 : GetValueCount(field);
-    xmlNodePtr values = bare ? only : GetValuesNode(field);
-    if (!overwrite || count == 0) {
-      if (count > 0 && !meta.AllowMultiVal) {
-        if (FieldOverwritable(name)) {
-          xmlNodePtr first = nullptr;
-          for (xmlNodePtr c = values->children; c != nullptr && first == nullptr; c = c->next) {
-            if (c->type == XML_ELEMENT_NODE) first = c;
-          }
-          if (first != nullptr) DataNodes::SetText(first, text);
-          NotifyChange();
-        }
-        return;
-      }
-      xmlNodePtr added = NewValueNode(values->doc);
-      if (added == nullptr) throw std::bad_alloc();
-      if (!text.empty()) {
-        xmlNodePtr content = DataNodes::NewText(values->doc, text, false, plain_);
-        content->parent = added;
-        added->children = added->last = content;
-      }
-      // Linked by hand: an element next to elements, nothing to merge.
-      added->parent = values;
-      added->prev = values->last;
-      if (values->last != nullptr) values->last->next = added; else values->children = added;
-      values->last = added;
-      NotifyChange();
-      return;
-    }
-    // Overwrite: the first child takes the value, the others go.
-    while (values->last != nullptr && values->last != values->children) {
-      xmlNodePtr last = values->last;
-      xmlUnlinkNode(last);
-      xmlFreeNode(last);
-    }
-    DataNodes::SetText(values->children, text);
-    NotifyChange();
+    StoreFieldValue(name, &value, {}, overwrite);
   } catch (...) {
     ErrorInRethrow("Transaction.SetFieldValue(sName, vValue, bOverwrite)", {Variant(name), value, Variant(overwrite)});
   }
+}
+
+void Transaction::SetFieldText(std::string_view name, std::string_view text, bool overwrite) {
+  try {
+    StoreFieldValue(name, nullptr, text, overwrite);
+  } catch (...) {
+    ErrorInRethrow("Transaction.SetFieldValue(sName, vValue, bOverwrite)",
+                   {Variant(name), Variant(text), Variant(overwrite)});
+  }
+}
+
+void Transaction::StoreFieldValue(std::string_view name, const Variant* value, std::string_view text,
+                                  bool overwrite) {
+  RequireData();
+  // An unknown name fails here as it would after the search for its FIELD.
+  const FieldMetaData& meta = Meta(name);
+  xmlNodePtr field = FindField(name);
+  if (field == nullptr) {
+    field = TransactionFactory::InitFldNode(data_->doc, name);
+    // FIELDs stand before the RECORDS of child records.
+    xmlNodePtr before = DataNodes::FirstChildElement(data_, "RECORDS");
+    if (before != nullptr) xmlAddPrevSibling(before, field); else xmlAddChild(data_, field);
+  }
+  const int16_t type = meta.FieldType;
+  if (type != kFieldBinary && (value != nullptr ? IsEmptyValue(*value) : text.empty())) return;
+
+  // The text is taken from the value where it stands; `owned` holds it
+  // only when it has to be made.
+  std::string owned;
+  if (value != nullptr) {
+    if (type == kFieldBinary && value->IsArray()) {
+      owned = SetBinaryField(name, *value);
+      text = owned;
+    } else if (value->IsString()) {
+      text = value->StringValue();
+    } else {
+      owned = ValueText(*value);
+      text = owned;
+    }
+  }
+  if (type != kFieldString && !text.empty() && text.front() == '"' && text.back() == '"') {
+    if (text.size() == 1) ThrowRuntimeError(5);
+    text = text.substr(1, text.size() - 2);
+  }
+
+  // A field as the factory makes it, one VALUES without values, takes the
+  // first value without a count.
+  xmlNodePtr only = field->children;
+  const bool bare = only != nullptr && only->next == nullptr && only->children == nullptr &&
+                    DataNodes::IsElement(only, "VALUES");
+  const int32_t count = bare ? 0 : GetValueCount(field);
+  xmlNodePtr values = bare ? only : GetValuesNode(field);
+  if (!overwrite || count == 0) {
+    if (count > 0 && !meta.AllowMultiVal) {
+      if (FieldOverwritable(name)) {
+        xmlNodePtr first = nullptr;
+        for (xmlNodePtr c = values->children; c != nullptr && first == nullptr; c = c->next) {
+          if (c->type == XML_ELEMENT_NODE) first = c;
+        }
+        if (first != nullptr) DataNodes::SetText(first, text);
+        NotifyChange();
+      }
+      return;
+    }
+    xmlNodePtr added = NewValueNode(values->doc);
+    if (added == nullptr) throw std::bad_alloc();
+    if (!text.empty()) {
+      xmlNodePtr content = DataNodes::NewText(values->doc, text, false, plain_);
+      content->parent = added;
+      added->children = added->last = content;
+    }
+    // Linked by hand: an element next to elements, nothing to merge.
+    added->parent = values;
+    added->prev = values->last;
+    if (values->last != nullptr) values->last->next = added; else values->children = added;
+    values->last = added;
+    NotifyChange();
+    return;
+  }
+  // Overwrite: the first child takes the value, the others go.
+  while (values->last != nullptr && values->last != values->children) {
+    xmlNodePtr last = values->last;
+    xmlUnlinkNode(last);
+    xmlFreeNode(last);
+  }
+  DataNodes::SetText(values->children, text);
+  NotifyChange();
 }
 
 xmlNodePtr Transaction::NewValueNode(xmlDocPtr doc) {
@@ -593,6 +608,21 @@ Variant DefaultOf(int16_t type) {
 }
 
 }  // namespace
+
+const char* Transaction::SingleValueText(std::string_view fieldName) noexcept {
+  if (data_ == nullptr) return nullptr;
+  xmlNodePtr field = FindField(fieldName);
+  xmlNodePtr values = field != nullptr ? field->children : nullptr;
+  if (values == nullptr || values->next != nullptr || !DataNodes::IsElement(values, "VALUES")) return nullptr;
+  xmlNodePtr value = values->children;
+  if (value == nullptr || value->next != nullptr || !DataNodes::IsElement(value, "VALUE")) return nullptr;
+  xmlNodePtr text = value->children;
+  if (text == nullptr || text->next != nullptr || text->type != XML_TEXT_NODE || text->content == nullptr ||
+      text->content[0] == '\0') {
+    return nullptr;
+  }
+  return C(text->content);
+}
 
 Variant Transaction::GetFieldValues(std::string_view fieldName, int32_t instance) {
   try {
