@@ -201,7 +201,7 @@ std::string Transaction::TranAttribute(std::string_view name) {
   try {
     RequireData();
     xmlAttrPtr a = DataNodes::FindAttribute(data_, name);
-    Check(a != nullptr, 7701, "No matching attribute [%1] could be found in the node.", Variant(name));
+    if (a == nullptr) Check(false, 7701, "No matching attribute [%1] could be found in the node.", Variant(name));
     return DataNodes::AttributeValue(a);
   } catch (...) {
     ErrorInRethrow("Transaction.TranAttribute(sName)", {Variant(name)});
@@ -236,7 +236,8 @@ const std::string& Transaction::TransactionId() {
     if (!haveId_) {
       if (metaData_ == nullptr) ThrowRuntimeError(91);
       xmlAttrPtr a = DataNodes::FindAttribute(metaData_, "id");
-      Check(a != nullptr, 7701, "No matching attribute [%1] could be found in the node.", Variant("id"));
+      // Tested before Check: its argument would cost an allocation per record.
+      if (a == nullptr) Check(false, 7701, "No matching attribute [%1] could be found in the node.", Variant("id"));
       id_ = DataNodes::AttributeValue(a);
       haveId_ = true;
     }
@@ -346,7 +347,7 @@ void Transaction::SetFieldAttribute(std::string_view fieldName, std::string_view
 std::vector<xmlNodePtr> Transaction::GetParentNodes() {
   try {
     RequireData();
-    Check(data_->parent != nullptr, 7703, "[%1] could not be found in document.", Variant("../*"));
+    if (data_->parent == nullptr) Check(false, 7703, "[%1] could not be found in document.", Variant("../*"));
     return ChildElements(data_->parent);
   } catch (...) {
     ErrorInRethrow("Transaction.GetParentNodes()", {});
@@ -426,7 +427,7 @@ xmlNodePtr Transaction::GetMetaDataField(std::string_view fieldName) {
 
 xmlNodePtr Transaction::GetValuesNode(xmlNodePtr field) {
   xmlNodePtr values = DataNodes::FirstChildElement(field, "VALUES");
-  Check(values != nullptr, 7703, "[%1] could not be found in document.", Variant("VALUES"));
+  if (values == nullptr) Check(false, 7703, "[%1] could not be found in document.", Variant("VALUES"));
   return values;
 }
 

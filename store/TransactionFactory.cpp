@@ -196,7 +196,7 @@ Ref<Transaction> TransactionFactory::TransactionAtNode(xmlNodePtr record) {
     if (record == nullptr) ThrowRuntimeError(91);
     if (!definition_) ThrowRuntimeError(91);
     xmlAttrPtr idAttribute = DataNodes::FindAttribute(record->parent, "id");
-    Check(idAttribute != nullptr, 7701, "No matching attribute [%1] could be found in the node.", Variant("id"));
+    if (idAttribute == nullptr) Check(false, 7701, "No matching attribute [%1] could be found in the node.", Variant("id"));
     const char* single = DataNodes::SingleText(idAttribute);
     if (lastType_.meta != nullptr && single != nullptr && lastType_.id == single) {
       return MergeData(record, lastType_.meta, lastType_.fields);
