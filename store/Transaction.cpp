@@ -141,6 +141,26 @@ void Transaction::SetData(xmlNodePtr node) {
 
 void Transaction::KeepDocument(Ref<XMLWrapper> document) { ownDocument_ = std::move(document); }
 
+void Transaction::Recycle() {
+  metaData_ = nullptr;
+  data_ = nullptr;
+  lastField_ = nullptr;
+  metaHint_ = 0;
+  valueNameDoc_ = nullptr;
+  valueName_ = nullptr;
+  plain_ = false;
+  wrapper_.reset();
+  ownDocument_.reset();
+  factory_.reset();
+  definition_.reset();
+  fields_.reset();
+  fieldCount_ = 0;
+  id_.clear();
+  parentId_.clear();
+  haveId_ = false;
+  haveParentId_ = false;
+}
+
 void Transaction::SetTimeStamp() {
   // Records are made far faster than once a millisecond: the text of the
   // current millisecond is kept per thread and formatted once.

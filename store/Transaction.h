@@ -69,6 +69,9 @@ class Transaction : public Object {
   // Keeps a document alive whose node this view stands on (a reconstructed
   // record lives in a document of its own).
   void KeepDocument(Ref<XMLWrapper> document);
+  // Makes this view as a new one is, for the factory to hand out again once
+  // no one else holds it.
+  void Recycle();
 
   // Attribute of the RECORD; 7701 when missing.
   std::string TranAttribute(std::string_view name);
