@@ -3,6 +3,7 @@
 #include <sstream>
 
 #include "core/SafeArray.h"
+#include "store/DataNodes.h"
 #include "tests/store/StoreFixture.h"
 #include "tests/support/TempDir.h"
 
@@ -316,6 +317,42 @@ TEST_F(TransactionTest, BinaryValuesLiveInFilesOfTheRunsFolder) {
 
 TEST_F(TransactionTest, BinaryValuesWithoutASessionOrFolderRaise8106) {
   EXPECT_EQ(CatchError([&] { order->SetFieldValue("BLOB", Bytes({1})); }).number(), 8106);
+}
+
+}  // namespace
+}  // namespace tessel
+
+namespace tessel {
+namespace {
+
+TEST(DataNodesNames, ALiteralNameMatchesOnlyTheWholeNameWithoutANamespace) {
+  xmlDocPtr doc = xmlNewDoc(BAD_CAST "1.0");
+  xmlNodePtr root = xmlNewDocNode(doc, nullptr, BAD_CAST "R", nullptr);
+  xmlDocSetRootElement(doc, root);
+  xmlNodePtr values = xmlNewChild(root, nullptr, BAD_CAST "VALUES", nullptr);
+  xmlNodePtr value = xmlNewChild(root, nullptr, BAD_CAST "VALUE", nullptr);
+  xmlNodePtr longer = xmlNewChild(root, nullptr, BAD_CAST "VALUESX", nullptr);
+  xmlNodePtr empty = xmlNewChild(root, nullptr, BAD_CAST "", nullptr);
+  xmlNsPtr ns = xmlNewNs(root, BAD_CAST "urn:x", BAD_CAST "x");
+  xmlNodePtr qualified = xmlNewChild(root, ns, BAD_CAST "VALUES", nullptr);
+  xmlNodePtr text = xmlNewText(BAD_CAST "VALUES");
+  xmlAddChild(root, text);
+
+  EXPECT_TRUE(DataNodes::IsElement(values, "VALUES"));
+  EXPECT_FALSE(DataNodes::IsElement(values, "VALUE"));
+  EXPECT_TRUE(DataNodes::IsElement(value, "VALUE"));
+  EXPECT_FALSE(DataNodes::IsElement(value, "VALUES"));
+  EXPECT_FALSE(DataNodes::IsElement(longer, "VALUES"));
+  EXPECT_FALSE(DataNodes::IsElement(empty, "VALUES"));
+  EXPECT_TRUE(DataNodes::IsElement(empty, ""));
+  EXPECT_FALSE(DataNodes::IsElement(qualified, "VALUES"));
+  EXPECT_FALSE(DataNodes::IsElement(text, "VALUES"));
+  EXPECT_FALSE(DataNodes::IsElement(nullptr, "VALUES"));
+  // A name held in a variable is compared the same way.
+  const std::string wanted = "VALUES";
+  EXPECT_TRUE(DataNodes::IsElement(values, std::string_view(wanted)));
+  EXPECT_FALSE(DataNodes::IsElement(longer, std::string_view(wanted)));
+  xmlFreeDoc(doc);
 }
 
 }  // namespace
