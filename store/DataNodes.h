@@ -56,6 +56,14 @@ class DataNodes {
     }
     return nullptr;
   }
+  template <size_t N>
+  static xmlAttrPtr FindAttribute(xmlNodePtr element, const char (&name)[N]) {
+    if (element == nullptr || element->type != XML_ELEMENT_NODE) return nullptr;
+    for (xmlAttrPtr a = element->properties; a != nullptr; a = a->next) {
+      if (a->ns == nullptr && SameLiteral(a->name, name)) return a;
+    }
+    return nullptr;
+  }
   // The attribute's value as XPath sees it.
   static std::string AttributeValue(xmlAttrPtr attribute);
   // The attribute's value when it is one text node (as nearly always),

@@ -79,6 +79,17 @@ inline bool IsFieldNamed(xmlNodePtr node, std::string_view name) {
   return DataNodes::SameName(text->content, name);
 }
 
+// The first FIELD[@name=`name`] from `first` on, before `stop`.
+// Kept out of line: FindField mostly answers before it.
+[[gnu::noinline]] xmlNodePtr FieldAmong(xmlNodePtr first, xmlNodePtr stop, std::string_view name) {
+  for (xmlNodePtr c = first; c != stop; c = c->next) {
+    if (!DataNodes::IsElement(c, "FIELD")) continue;
+    xmlAttrPtr attribute = DataNodes::FindAttribute(c, "name");
+    if (attribute != nullptr && DataNodes::AttributeEquals(attribute, name)) return c;
+  }
+  return nullptr;
+}
+
 xmlNodePtr ElementSibling(xmlNodePtr node, bool forward) {
   for (xmlNodePtr s = forward ? node->next : node->prev; s != nullptr; s = forward ? s->next : s->prev) {
     if (s->type == XML_ELEMENT_NODE) return s;
@@ -423,9 +434,9 @@ xmlNodePtr Transaction::FindField(std::string_view fieldName) {
     lastField_ = next;
     return next;
   }
-  xmlNodePtr field = nullptr;
-  if (resume) field = DataNodes::SiblingWithAttribute(lastField_->next, "FIELD", "name", fieldName);
-  if (field == nullptr) field = DataNodes::ChildWithAttribute(data_, "FIELD", "name", fieldName);
+  // Otherwise the rest of the fields are searched, and then those before.
+  xmlNodePtr field = FieldAmong(next, nullptr, fieldName);
+  if (field == nullptr && resume) field = FieldAmong(data_->children, next, fieldName);
   if (field != nullptr) lastField_ = field;
   return field;
 }

@@ -215,6 +215,27 @@ TEST_F(TransactionTest, SingleValueTextIsTheStoredTextOfAFieldOfOneValueOnly) {
   EXPECT_EQ(bare->SingleValueText("NUMBER"), nullptr);  // no data: no error
 }
 
+TEST_F(TransactionTest, FieldsAreFoundInAnyOrderAndShape) {
+  order->SetFieldValue("NUMBER", Variant("n"));
+  order->SetFieldValue("PRICE", Variant("2"));
+  order->SetFieldValue("WHEN", Variant("1/2/2026"));
+  // A FIELD whose name is not its first attribute is found all the same.
+  xmlNodePtr price = factory->Data()->GetNodeFromXPath("FIELD[@name='PRICE']", order->Data());
+  xmlAttrPtr name = DataNodes::FindAttribute(price, "name");
+  xmlUnlinkNode(reinterpret_cast<xmlNodePtr>(name));
+  xmlNewProp(price, BAD_CAST "note", BAD_CAST "x");
+  xmlAddChild(price, reinterpret_cast<xmlNodePtr>(name));
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_EQ(order->GetFieldValues("WHEN").ToString(), "1/2/2026");
+    EXPECT_EQ(order->GetFieldValues("NUMBER").ToString(), "n");
+    EXPECT_EQ(order->GetFieldValues("PRICE").ToString(), "2");
+    EXPECT_STREQ(order->SingleValueText("PRICE"), "2");
+    EXPECT_EQ(order->GetFieldValues("NUMBER").ToString(), "n");
+    EXPECT_EQ(order->SingleValueText("NOPE"), nullptr);
+    EXPECT_EQ(order->GetFieldValues("WHEN").ToString(), "1/2/2026");
+  }
+}
+
 TEST_F(TransactionTest, AFieldMissingFromTheRecordIsMadeWhenWritten) {
   xmlNodePtr field = factory->Data()->GetNodeFromXPath("FIELD[@name='QTY']", order->Data());
   xmlUnlinkNode(field);
