@@ -160,6 +160,17 @@ Variant CSVReader::Item(xmlNodePtr fieldNode) {
   }
 }
 
+bool CSVReader::ItemText(xmlNodePtr fieldNode, std::string_view& text) {
+  try {
+    const int64_t index = static_cast<int64_t>(Position(fieldNode)) - 1;
+    if (index < 0 || index >= static_cast<int64_t>(valueCount_)) ThrowRuntimeError(9);
+    text = values_[static_cast<size_t>(index)];
+    return true;
+  } catch (...) {
+    ErrorInRethrow("CSVReader.IImportReader_Item(oFieldNode)", {});
+  }
+}
+
 Variant CSVReader::FieldByPosition(int32_t position) {
   try {
     if (position < 0 || static_cast<size_t>(position) >= valueCount_) ThrowRuntimeError(9);

@@ -50,6 +50,7 @@ class CSVReader : public IImportReader, public IMetaDataBuilder {
                  std::shared_ptr<IInputOutputController> controller, bool testMode) override;
   void MoveNext() override;
   Variant Item(xmlNodePtr fieldNode) override;
+  bool ItemText(xmlNodePtr fieldNode, std::string_view& text) override;
   Variant FieldByPosition(int32_t position) override;
   bool EOF_() override;
   void ValidateRecord(xmlNodePtr recordNode) override {}

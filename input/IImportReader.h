@@ -11,6 +11,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "core/Variant.h"
 
@@ -28,6 +29,10 @@ class IImportReader {
   virtual void MoveNext() = 0;
   // The value of the field whose FIELD element of the definition is given.
   virtual Variant Item(xmlNodePtr fieldNode) = 0;
+  // Item as text where the reader keeps it, valid until MoveNext, for a
+  // reader whose values are all Strings: true and `text` set, or the same
+  // errors as Item. false when the reader does not keep text (use Item).
+  virtual bool ItemText(xmlNodePtr fieldNode, std::string_view& text) { return false; }
   // The value at a 0-based position of the current record.
   virtual Variant FieldByPosition(int32_t position) = 0;
   virtual bool EOF_() = 0;

@@ -90,6 +90,11 @@ Ref<Transaction> StructuredReader::LineIntoTransaction(const std::vector<FieldIn
     Ref<Transaction> transaction = factory_->CreateTransaction(tranId);
     for (; position < fields.size(); ++position) {
       const FieldInfo& field = fields[position];
+      std::string_view text;
+      if (!field.inputFile && reader_->ItemText(field.node, text)) {
+        transaction->SetFieldText(field.name, text, false);
+        continue;
+      }
       Variant value = field.inputFile ? Variant(reader_->Source()) : reader_->Item(field.node);
       transaction->SetFieldValue(field.name, value, false);
     }

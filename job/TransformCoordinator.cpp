@@ -145,9 +145,11 @@ void TransformCoordinator::Process() {
     Check(jobConfig_ != nullptr, kErrNotInitialised,
           "Transform Coordinator is not initialised. Call Initialise to initialise the process prior to calling Process.");
     auditReportSent_ = false;
+    lastData_.reset();
     try {
       Controller previous;
       RunTransformStream("", previous);
+      if (previous) lastData_ = previous->TransformedData();
       LogJobEvent(kEventJobComplete, 0);
       if (ReportDue(false)) {
         auditLogger_->GenerateAuditReports();

@@ -127,6 +127,11 @@ class TransformCoordinator {
   bool failureLogged_ = false;  // the failure in flight was logged where it happened
   std::map<std::string, bool> dataCacheOnDisk_;
   xmlNodePtr transformsNode_ = nullptr;
+  // The data of the last transform of the last Process, kept to the next
+  // Process or the end of the coordinator: freeing its nodes one at a time is
+  // much of the cost of a large run, and a process that ends with the run
+  // need not pay it (the command line leaves without destroying this).
+  Ref<XMLWrapper> lastData_;
 };
 
 }  // namespace tessel

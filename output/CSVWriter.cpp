@@ -145,14 +145,16 @@ void CSVWriter::WriteRecord(Transaction& transaction) {
     const RecordLayout& layout = found->second;
     for (size_t i = 0; i < layout.names.size(); ++i) {
       if (i > 0) unit_ += delimiter_;
-      const Variant value = transaction.GetFieldValues(layout.names[i], 0);
-      if (layout.quoted[i]) unit_ += '"';
-      if (value.IsString()) {
+      const bool quoted = layout.quoted[i] != 0;
+      if (quoted) unit_ += '"';
+      if (const char* text = transaction.SingleValueText(layout.names[i])) {
+        unit_ += text;
+      } else if (const Variant value = transaction.GetFieldValues(layout.names[i], 0); value.IsString()) {
         unit_ += value.StringValue();
       } else {
         unit_ += value.ToString();
       }
-      if (layout.quoted[i]) unit_ += '"';
+      if (quoted) unit_ += '"';
     }
     if (cache_) cache_->SetCacheData(found->first, Variant(unit_.substr(lineStart)));
     unit_ += lineDelimiter_;

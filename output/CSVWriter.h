@@ -52,7 +52,7 @@ class CSVWriter : public IOutputWriter {
   struct RecordLayout {
     bool exported = false;
     std::vector<std::string> names;
-    std::vector<bool> quoted;  // per field: a string field with quotestrings on
+    std::vector<char> quoted;  // per field: a string field with quotestrings on (not bits: read per value)
   };
 
   void SetOptions();

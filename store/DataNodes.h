@@ -26,6 +26,7 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace tessel {
 
@@ -52,6 +53,14 @@ class DataNodes {
     if (element == nullptr || element->type != XML_ELEMENT_NODE) return nullptr;
     for (xmlAttrPtr a = element->properties; a != nullptr; a = a->next) {
       if (a->ns == nullptr && SameName(a->name, name)) return a;
+    }
+    return nullptr;
+  }
+  template <size_t N>
+  static xmlAttrPtr FindAttribute(xmlNodePtr element, const char (&name)[N]) {
+    if (element == nullptr || element->type != XML_ELEMENT_NODE) return nullptr;
+    for (xmlAttrPtr a = element->properties; a != nullptr; a = a->next) {
+      if (a->ns == nullptr && SameLiteral(a->name, name)) return a;
     }
     return nullptr;
   }
@@ -112,6 +121,11 @@ class DataNodes {
   static bool IsElement(xmlNodePtr node, std::string_view name) {
     return node != nullptr && node->type == XML_ELEMENT_NODE && node->ns == nullptr && SameName(node->name, name);
   }
+  // The same for a name written in the code, compared without a loop.
+  template <size_t N>
+  static bool IsElement(xmlNodePtr node, const char (&name)[N]) {
+    return node != nullptr && node->type == XML_ELEMENT_NODE && node->ns == nullptr && SameLiteral(node->name, name);
+  }
   // The string value of a node is not empty: the test [.!=''].
   static bool HasText(xmlNodePtr node);
   // The string value of a node (its text).
@@ -139,6 +153,15 @@ class DataNodes {
       if (text[i] != wanted[i] || text[i] == '\0') return false;
     }
     return text[wanted.size()] == '\0';
+  }
+  // SameName for a literal: byte by byte in one expression, stopping at the
+  // first difference (a shorter name differs at its NUL), so no byte past
+  // the name's end is read.
+  template <size_t N>
+  static bool SameLiteral(const xmlChar* name, const char (&wanted)[N]) {
+    return [&]<size_t... I>(std::index_sequence<I...>) {
+      return ((name[I] == static_cast<xmlChar>(wanted[I])) && ...) && name[N - 1] == '\0';
+    }(std::make_index_sequence<N - 1>{});
   }
 };
 

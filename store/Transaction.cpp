@@ -79,6 +79,17 @@ inline bool IsFieldNamed(xmlNodePtr node, std::string_view name) {
   return DataNodes::SameName(text->content, name);
 }
 
+// The first FIELD[@name=`name`] from `first` on, before `stop`.
+// Kept out of line: FindField mostly answers before it.
+[[gnu::noinline]] xmlNodePtr FieldAmong(xmlNodePtr first, xmlNodePtr stop, std::string_view name) {
+  for (xmlNodePtr c = first; c != stop; c = c->next) {
+    if (!DataNodes::IsElement(c, "FIELD")) continue;
+    xmlAttrPtr attribute = DataNodes::FindAttribute(c, "name");
+    if (attribute != nullptr && DataNodes::AttributeEquals(attribute, name)) return c;
+  }
+  return nullptr;
+}
+
 xmlNodePtr ElementSibling(xmlNodePtr node, bool forward) {
   for (xmlNodePtr s = forward ? node->next : node->prev; s != nullptr; s = forward ? s->next : s->prev) {
     if (s->type == XML_ELEMENT_NODE) return s;
@@ -141,6 +152,26 @@ void Transaction::SetData(xmlNodePtr node) {
 
 void Transaction::KeepDocument(Ref<XMLWrapper> document) { ownDocument_ = std::move(document); }
 
+void Transaction::Recycle() {
+  metaData_ = nullptr;
+  data_ = nullptr;
+  lastField_ = nullptr;
+  metaHint_ = 0;
+  valueNameDoc_ = nullptr;
+  valueName_ = nullptr;
+  plain_ = false;
+  wrapper_.reset();
+  ownDocument_.reset();
+  factory_.reset();
+  definition_.reset();
+  fields_.reset();
+  fieldCount_ = 0;
+  id_.clear();
+  parentId_.clear();
+  haveId_ = false;
+  haveParentId_ = false;
+}
+
 void Transaction::SetTimeStamp() {
   // Records are made far faster than once a millisecond: the text of the
   // current millisecond is kept per thread and formatted once.
@@ -201,7 +232,7 @@ std::string Transaction::TranAttribute(std::string_view name) {
   try {
     RequireData();
     xmlAttrPtr a = DataNodes::FindAttribute(data_, name);
-    Check(a != nullptr, 7701, "No matching attribute [%1] could be found in the node.", Variant(name));
+    if (a == nullptr) Check(false, 7701, "No matching attribute [%1] could be found in the node.", Variant(name));
     return DataNodes::AttributeValue(a);
   } catch (...) {
     ErrorInRethrow("Transaction.TranAttribute(sName)", {Variant(name)});
@@ -236,7 +267,8 @@ const std::string& Transaction::TransactionId() {
     if (!haveId_) {
       if (metaData_ == nullptr) ThrowRuntimeError(91);
       xmlAttrPtr a = DataNodes::FindAttribute(metaData_, "id");
-      Check(a != nullptr, 7701, "No matching attribute [%1] could be found in the node.", Variant("id"));
+      // Tested before Check: its argument would cost an allocation per record.
+      if (a == nullptr) Check(false, 7701, "No matching attribute [%1] could be found in the node.", Variant("id"));
       id_ = DataNodes::AttributeValue(a);
       haveId_ = true;
     }
@@ -346,7 +378,7 @@ void Transaction::SetFieldAttribute(std::string_view fieldName, std::string_view
 std::vector<xmlNodePtr> Transaction::GetParentNodes() {
   try {
     RequireData();
-    Check(data_->parent != nullptr, 7703, "[%1] could not be found in document.", Variant("../*"));
+    if (data_->parent == nullptr) Check(false, 7703, "[%1] could not be found in document.", Variant("../*"));
     return ChildElements(data_->parent);
   } catch (...) {
     ErrorInRethrow("Transaction.GetParentNodes()", {});
@@ -402,9 +434,9 @@ xmlNodePtr Transaction::FindField(std::string_view fieldName) {
     lastField_ = next;
     return next;
   }
-  xmlNodePtr field = nullptr;
-  if (resume) field = DataNodes::SiblingWithAttribute(lastField_->next, "FIELD", "name", fieldName);
-  if (field == nullptr) field = DataNodes::ChildWithAttribute(data_, "FIELD", "name", fieldName);
+  // Otherwise the rest of the fields are searched, and then those before.
+  xmlNodePtr field = FieldAmong(next, nullptr, fieldName);
+  if (field == nullptr && resume) field = FieldAmong(data_->children, next, fieldName);
   if (field != nullptr) lastField_ = field;
   return field;
 }
@@ -426,7 +458,7 @@ xmlNodePtr Transaction::GetMetaDataField(std::string_view fieldName) {
 
 xmlNodePtr Transaction::GetValuesNode(xmlNodePtr field) {
   xmlNodePtr values = DataNodes::FirstChildElement(field, "VALUES");
-  Check(values != nullptr, 7703, "[%1] could not be found in document.", Variant("VALUES"));
+  if (values == nullptr) Check(false, 7703, "[%1] could not be found in document.", Variant("VALUES"));
   return values;
 }
 
@@ -443,82 +475,97 @@ int32_t Transaction::GetValueCount(xmlNodePtr field) {
 
 void Transaction::SetFieldValue(std::string_view name, const Variant& value, bool overwrite) {
   try {
-    RequireData();
-    // An unknown name fails here as it would after the search for its FIELD.
-    const FieldMetaData& meta = Meta(name);
-    xmlNodePtr field = FindField(name);
-    if (field == nullptr) {
-      field = TransactionFactory::InitFldNode(data_->doc, name);
-      // FIELDs stand before the RECORDS of child records.
-      xmlNodePtr before = DataNodes::FirstChildElement(data_, "RECORDS");
-      if (before != nullptr) xmlAddPrevSibling(before, field); else xmlAddChild(data_, field);
-    }
-    const int16_t type = meta.FieldType;
-    if (type != kFieldBinary && IsEmptyValue(value)) return;
-
-    // The text is taken from the value where it stands; `owned` holds it
-    // only when it has to be made.
-    std::string owned;
-    std::string_view text;
-    if (type == kFieldBinary && value.IsArray()) {
-      owned = SetBinaryField(name, value);
-      text = owned;
-    } else if (value.IsString()) {
-      text = value.StringValue();
-    } else {
-      owned = ValueText(value);
-      text = owned;
-    }
-    if (type != kFieldString && !text.empty() && text.front() == '"' && text.back() == '"') {
-      if (text.size() == 1) ThrowRuntimeError(5);
-      text = text.substr(1, text.size() - 2);
-    }
-
-    // A field as the factory makes it, one VALUES without values, takes the
-    // first value without a count.
-    xmlNodePtr only = field->children;
-    const bool bare = only != nullptr && only->next == nullptr && only->children == nullptr &&
-                      DataNodes::IsElement(only, "VALUES");
-    const int32_t count = bare ? 0 : GetValueCount(field);
-    xmlNodePtr values = bare ? only : GetValuesNode(field);
-    if (!overwrite || count == 0) {
-      if (count > 0 && !meta.AllowMultiVal) {
-        if (FieldOverwritable(name)) {
-          xmlNodePtr first = nullptr;
-          for (xmlNodePtr c = values->children; c != nullptr && first == nullptr; c = c->next) {
-            if (c->type == XML_ELEMENT_NODE) first = c;
-          }
-          if (first != nullptr) DataNodes::SetText(first, text);
-          NotifyChange();
-        }
-        return;
-      }
-      xmlNodePtr added = NewValueNode(values->doc);
-      if (added == nullptr) throw std::bad_alloc();
-      if (!text.empty()) {
-        xmlNodePtr content = DataNodes::NewText(values->doc, text, false, plain_);
-        content->parent = added;
-        added->children = added->last = content;
-      }
-      // Linked by hand: an element next to elements, nothing to merge.
-      added->parent = values;
-      added->prev = values->last;
-      if (values->last != nullptr) values->last->next = added; else values->children = added;
-      values->last = added;
-      NotifyChange();
-      return;
-    }
-    // Overwrite: the first child takes the value, the others go.
-    while (values->last != nullptr && values->last != values->children) {
-      xmlNodePtr last = values->last;
-      xmlUnlinkNode(last);
-      xmlFreeNode(last);
-    }
-    DataNodes::SetText(values->children, text);
-    NotifyChange();
+    StoreFieldValue(name, &value, {}, overwrite);
   } catch (...) {
     ErrorInRethrow("Transaction.SetFieldValue(sName, vValue, bOverwrite)", {Variant(name), value, Variant(overwrite)});
   }
+}
+
+void Transaction::SetFieldText(std::string_view name, std::string_view text, bool overwrite) {
+  try {
+    StoreFieldValue(name, nullptr, text, overwrite);
+  } catch (...) {
+    ErrorInRethrow("Transaction.SetFieldValue(sName, vValue, bOverwrite)",
+                   {Variant(name), Variant(text), Variant(overwrite)});
+  }
+}
+
+void Transaction::StoreFieldValue(std::string_view name, const Variant* value, std::string_view text,
+                                  bool overwrite) {
+  RequireData();
+  // An unknown name fails here as it would after the search for its FIELD.
+  const FieldMetaData& meta = Meta(name);
+  xmlNodePtr field = FindField(name);
+  if (field == nullptr) {
+    field = TransactionFactory::InitFldNode(data_->doc, name);
+    // FIELDs stand before the RECORDS of child records.
+    xmlNodePtr before = DataNodes::FirstChildElement(data_, "RECORDS");
+    if (before != nullptr) xmlAddPrevSibling(before, field); else xmlAddChild(data_, field);
+  }
+  const int16_t type = meta.FieldType;
+  if (type != kFieldBinary && (value != nullptr ? IsEmptyValue(*value) : text.empty())) return;
+
+  // The text is taken from the value where it stands; `owned` holds it
+  // only when it has to be made.
+  std::string owned;
+  if (value != nullptr) {
+    if (type == kFieldBinary && value->IsArray()) {
+      owned = SetBinaryField(name, *value);
+      text = owned;
+    } else if (value->IsString()) {
+      text = value->StringValue();
+    } else {
+      owned = ValueText(*value);
+      text = owned;
+    }
+  }
+  if (type != kFieldString && !text.empty() && text.front() == '"' && text.back() == '"') {
+    if (text.size() == 1) ThrowRuntimeError(5);
+    text = text.substr(1, text.size() - 2);
+  }
+
+  // A field as the factory makes it, one VALUES without values, takes the
+  // first value without a count.
+  xmlNodePtr only = field->children;
+  const bool bare = only != nullptr && only->next == nullptr && only->children == nullptr &&
+                    DataNodes::IsElement(only, "VALUES");
+  const int32_t count = bare ? 0 : GetValueCount(field);
+  xmlNodePtr values = bare ? only : GetValuesNode(field);
+  if (!overwrite || count == 0) {
+    if (count > 0 && !meta.AllowMultiVal) {
+      if (FieldOverwritable(name)) {
+        xmlNodePtr first = nullptr;
+        for (xmlNodePtr c = values->children; c != nullptr && first == nullptr; c = c->next) {
+          if (c->type == XML_ELEMENT_NODE) first = c;
+        }
+        if (first != nullptr) DataNodes::SetText(first, text);
+        NotifyChange();
+      }
+      return;
+    }
+    xmlNodePtr added = NewValueNode(values->doc);
+    if (added == nullptr) throw std::bad_alloc();
+    if (!text.empty()) {
+      xmlNodePtr content = DataNodes::NewText(values->doc, text, false, plain_);
+      content->parent = added;
+      added->children = added->last = content;
+    }
+    // Linked by hand: an element next to elements, nothing to merge.
+    added->parent = values;
+    added->prev = values->last;
+    if (values->last != nullptr) values->last->next = added; else values->children = added;
+    values->last = added;
+    NotifyChange();
+    return;
+  }
+  // Overwrite: the first child takes the value, the others go.
+  while (values->last != nullptr && values->last != values->children) {
+    xmlNodePtr last = values->last;
+    xmlUnlinkNode(last);
+    xmlFreeNode(last);
+  }
+  DataNodes::SetText(values->children, text);
+  NotifyChange();
 }
 
 xmlNodePtr Transaction::NewValueNode(xmlDocPtr doc) {
@@ -593,6 +640,21 @@ Variant DefaultOf(int16_t type) {
 }
 
 }  // namespace
+
+const char* Transaction::SingleValueText(std::string_view fieldName) noexcept {
+  if (data_ == nullptr) return nullptr;
+  xmlNodePtr field = FindField(fieldName);
+  xmlNodePtr values = field != nullptr ? field->children : nullptr;
+  if (values == nullptr || values->next != nullptr || !DataNodes::IsElement(values, "VALUES")) return nullptr;
+  xmlNodePtr value = values->children;
+  if (value == nullptr || value->next != nullptr || !DataNodes::IsElement(value, "VALUE")) return nullptr;
+  xmlNodePtr text = value->children;
+  if (text == nullptr || text->next != nullptr || text->type != XML_TEXT_NODE || text->content == nullptr ||
+      text->content[0] == '\0') {
+    return nullptr;
+  }
+  return C(text->content);
+}
 
 Variant Transaction::GetFieldValues(std::string_view fieldName, int32_t instance) {
   try {

@@ -69,6 +69,9 @@ class Transaction : public Object {
   // Keeps a document alive whose node this view stands on (a reconstructed
   // record lives in a document of its own).
   void KeepDocument(Ref<XMLWrapper> document);
+  // Makes this view as a new one is, for the factory to hand out again once
+  // no one else holds it.
+  void Recycle();
 
   // Attribute of the RECORD; 7701 when missing.
   std::string TranAttribute(std::string_view name);
@@ -106,6 +109,9 @@ class Transaction : public Object {
   Variant FieldNames2();
 
   void SetFieldValue(std::string_view name, const Variant& value, bool overwrite = false);
+  // SetFieldValue of a String value, for readers that hold the text but no
+  // Variant of it; same rules and errors.
+  void SetFieldText(std::string_view name, std::string_view text, bool overwrite = false);
   // Removes every value; nothing happens when the field has no node.
   void UnsetField(std::string_view fieldName);
   // Kept for callers of the interface: always "".
@@ -117,6 +123,11 @@ class Transaction : public Object {
   // single value, the value at a 0-based instance, or all values as an array
   // for instance 0.
   Variant GetFieldValues(std::string_view fieldName, int32_t instance = 0);
+  // The text of a field that holds a single value with text, where it is
+  // stored: what GetFieldValues returns as a String, valid until the record
+  // changes. nullptr in every other case (no data, unknown or unset field,
+  // several values), where GetFieldValues gives the answer. Never raises.
+  const char* SingleValueText(std::string_view fieldName) noexcept;
   std::vector<uint8_t> GetBinaryValue(std::string_view fieldName);
   // GetFieldValues cast to the field's type (strings are not cast).
   Variant GetFieldValueCastType(std::string_view fieldName, int32_t instance = 0);
@@ -146,6 +157,9 @@ class Transaction : public Object {
   void CheckFieldExists(std::string_view fieldName);
   const FieldMetaData& Meta(std::string_view fieldName);
   std::string SetBinaryField(std::string_view name, const Variant& bytes);
+  // SetFieldValue without its error trace; `value` is null for a String
+  // whose text is `text`.
+  void StoreFieldValue(std::string_view name, const Variant* value, std::string_view text, bool overwrite);
   Variant MultiValueFieldToArray(const std::vector<xmlNodePtr>& nodes, int16_t type);
   void SetTimeStamp();
   std::string OptionalAttribute(const char* name);

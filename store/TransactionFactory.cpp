@@ -3,6 +3,7 @@
 #include <libxml/dict.h>
 
 #include <algorithm>
+#include <atomic>
 
 #include "audit/HuntErr.h"
 #include "core/BooleanText.h"
@@ -166,7 +167,7 @@ Ref<Transaction> TransactionFactory::CreateTransaction(std::string_view tranId, 
     const bool known = lastType_.meta != nullptr && lastType_.id == tranId;
     xmlNodePtr meta = known ? lastType_.meta : definition_->RecordNode(tranId);
     xmlNodePtr node = InitDataTran(tranId, meta, recordName);
-    Ref<Transaction> transaction = MakeRef<Transaction>();
+    Ref<Transaction> transaction = RecordView();
     transaction->SetTransactionMetaData(meta);
     transaction->SetData(node);
     transaction->SetXWrapper(data_);
@@ -180,9 +181,20 @@ Ref<Transaction> TransactionFactory::CreateTransaction(std::string_view tranId, 
   }
 }
 
+Ref<Transaction> TransactionFactory::RecordView() {
+  if (spare_ && spare_->RefCount() == 1) {
+    // Every other holder has let go; their last writes are seen from here.
+    std::atomic_thread_fence(std::memory_order_acquire);
+    spare_->Recycle();
+    return spare_;
+  }
+  spare_ = MakeRef<Transaction>();
+  return spare_;
+}
+
 Ref<Transaction> TransactionFactory::MergeData(xmlNodePtr record, xmlNodePtr meta,
                                                std::shared_ptr<const FieldDictionary> fields) {
-  Ref<Transaction> transaction = MakeRef<Transaction>();
+  Ref<Transaction> transaction = RecordView();
   transaction->SetXWrapper(data_);
   transaction->SetTransactionMetaData(meta);
   transaction->SetData(record);
@@ -196,7 +208,7 @@ Ref<Transaction> TransactionFactory::TransactionAtNode(xmlNodePtr record) {
     if (record == nullptr) ThrowRuntimeError(91);
     if (!definition_) ThrowRuntimeError(91);
     xmlAttrPtr idAttribute = DataNodes::FindAttribute(record->parent, "id");
-    Check(idAttribute != nullptr, 7701, "No matching attribute [%1] could be found in the node.", Variant("id"));
+    if (idAttribute == nullptr) Check(false, 7701, "No matching attribute [%1] could be found in the node.", Variant("id"));
     const char* single = DataNodes::SingleText(idAttribute);
     if (lastType_.meta != nullptr && single != nullptr && lastType_.id == single) {
       return MergeData(record, lastType_.meta, lastType_.fields);
@@ -256,6 +268,7 @@ Ref<Transaction> TransactionFactory::ReconstructTransaction(std::string_view tra
     xmlNodePtr meta = definition_->RecordNode(tranId);
     Ref<Transaction> transaction = MergeData(record, meta, GetMetaFieldData(tranId, meta));
     transaction->KeepDocument(own);
+    spare_.reset();  // not kept: it holds a document of its own
     return transaction;
   } catch (...) {
     ErrorInRethrow("TransactionFactory.ReconstructTransaction(sTransactionId, sXML)",

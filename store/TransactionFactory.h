@@ -116,6 +116,10 @@ class TransactionFactory : public std::enable_shared_from_this<TransactionFactor
   void InitXData();
   xmlNodePtr InitDataTran(std::string_view tranId, xmlNodePtr record, std::string_view recordName);
   Ref<Transaction> MergeData(xmlNodePtr record, xmlNodePtr meta, std::shared_ptr<const FieldDictionary> fields);
+  // The view object for a record: the one handed out last when no one holds
+  // it any more, made as new, or else a new one. Records are mostly asked
+  // for one after another and let go before the next.
+  Ref<Transaction> RecordView();
   xmlNodePtr TopDataNode();
 
   struct KeyIndex {
@@ -149,6 +153,7 @@ class TransactionFactory : public std::enable_shared_from_this<TransactionFactor
   Ref<XMLWrapper> data_;
   std::shared_ptr<tessel::TransformDefinition> definition_;
   TypeLookup lastType_;
+  Ref<Transaction> spare_;  // the view RecordView handed out last
   Ref<XMLWrapper> templates_;  // holds the empty RECORD of each record type
   std::unordered_map<std::string, xmlNodePtr> templateByType_;
   std::unordered_map<std::string, std::shared_ptr<const FieldDictionary>> fieldsByType_;

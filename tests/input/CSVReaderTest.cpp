@@ -163,9 +163,18 @@ TEST_F(CSVFiles, ItemAndFieldByPosition) {
       definition->TransformDefinitionXWrapper()->GetNodesFromXPath("//RECORD[@id='R']/FIELD");
   EXPECT_EQ("y", reader.Item(fields[1]).ToString());
   EXPECT_EQ("x", reader.FieldByPosition(0).ToString());
+  std::string_view text;
+  ASSERT_TRUE(reader.ItemText(fields[1], text));
+  EXPECT_EQ("y", text);
   try {
     reader.Item(fields[2]);
     FAIL() << "a third field should not exist";
+  } catch (const Error& e) {
+    EXPECT_EQ(9, e.number());
+  }
+  try {
+    reader.ItemText(fields[2], text);
+    FAIL() << "a third field should not exist as text either";
   } catch (const Error& e) {
     EXPECT_EQ(9, e.number());
   }

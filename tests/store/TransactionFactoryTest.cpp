@@ -347,5 +347,47 @@ TEST(TransactionFactoryTest, TransactionExistsAnswersAsTheKeySearchDoes) {
   EXPECT_TRUE(exists("ORDER", {"NOTE"}, {"y"}));
 }
 
+TEST(TransactionFactoryViews, AViewHeldIsNeverHandedOutAgainAndOneLetGoKeepsNothingOfItsRecord) {
+  auto factory = MakeFactory();
+  auto context = TopContext(*factory, true);
+  Ref<Transaction> order = AddOrder(*factory, *context, "1");
+  Ref<Transaction> line = factory->CreateTransaction("LINE");
+  line->SetFieldValue("ITEM", Variant("pen"));
+  factory->AddTransaction(*line, *context);
+  xmlNodePtr orderNode = order->Data();
+  xmlNodePtr lineNode = line->Data();
+  order.reset();
+  line.reset();
+
+  Ref<Transaction> first = factory->TransactionAtNode(orderNode);
+  Ref<Transaction> second = factory->TransactionAtNode(lineNode);
+  ASSERT_NE(first.get(), second.get());
+  EXPECT_EQ(first->TransactionId(), "ORDER");
+  EXPECT_EQ(second->TransactionId(), "LINE");
+  EXPECT_EQ(first->GetFieldValues("NUMBER").ToString(), "1");
+  EXPECT_EQ(second->GetFieldValues("ITEM").ToString(), "pen");
+
+  // Let go, a view may come back for another record: it answers for that
+  // record only (type, fields, parent).
+  second.reset();
+  Ref<Transaction> again = factory->TransactionAtNode(orderNode);
+  EXPECT_EQ(again->TransactionId(), "ORDER");
+  EXPECT_EQ(again->ParentId(), "");
+  EXPECT_EQ(again->GetFieldValues("NUMBER").ToString(), "1");
+  EXPECT_EQ(CatchError([&] { again->GetFieldValues("ITEM"); }).number(), 8103);
+  EXPECT_EQ(first->GetFieldValues("NUMBER").ToString(), "1");
+  again.reset();
+  first.reset();
+  Ref<Transaction> child = factory->TransactionAtNode(lineNode);
+  EXPECT_EQ(child->TransactionId(), "LINE");
+  EXPECT_EQ(child->ParentId(), "ORDER");
+  EXPECT_EQ(child->GetFieldValues("ITEM").ToString(), "pen");
+  child.reset();
+  Ref<Transaction> made = factory->CreateTransaction("ORDER");
+  EXPECT_EQ(made->TransactionId(), "ORDER");
+  EXPECT_TRUE(made->GetFieldValues("NUMBER").ToString().empty());
+  EXPECT_NE(made->Data(), orderNode);
+}
+
 }  // namespace
 }  // namespace tessel

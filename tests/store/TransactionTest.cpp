@@ -3,6 +3,7 @@
 #include <sstream>
 
 #include "core/SafeArray.h"
+#include "store/DataNodes.h"
 #include "tests/store/StoreFixture.h"
 #include "tests/support/TempDir.h"
 
@@ -142,6 +143,99 @@ TEST_F(TransactionTest, AnUnknownFieldRaises8103) {
   EXPECT_FALSE(order->HasField("NOPE"));
 }
 
+TEST_F(TransactionTest, TextSetWithoutAVariantFollowsTheRulesOfStringValues) {
+  // Each step runs on two records, one given Variants and one given text;
+  // their fields and errors must agree.
+  Ref<Transaction> byText = factory->CreateTransaction("ORDER");
+  const struct {
+    const char* field;
+    const char* text;
+    bool overwrite;
+  } steps[] = {
+      {"NUMBER", "A", false}, {"NUMBER", "", true},    {"NUMBER", "B", false},  {"QTY", "\"12\"", false},
+      {"NUMBER", "\"7\"", false}, {"LOCKED", "one", false}, {"LOCKED", "two", false}, {"LOCKED", "three", true},
+      {"NOTE", "a", false},  {"NOTE", "b", false},   {"NOTE", "c", true},     {"QTY", "\"", false},
+      {"NOPE", "x", false},  {"PRICE", "1.5", false},
+  };
+  for (const auto& step : steps) {
+    SCOPED_TRACE(std::string(step.field) + "=" + step.text);
+    Error byVariant(0, ""), byView(0, "");
+    try {
+      order->SetFieldValue(step.field, Variant(step.text), step.overwrite);
+    } catch (const Error& e) {
+      byVariant = e;
+    }
+    try {
+      byText->SetFieldText(step.field, step.text, step.overwrite);
+    } catch (const Error& e) {
+      byView = e;
+    }
+    EXPECT_EQ(byView.number(), byVariant.number());
+    EXPECT_EQ(byView.description(), byVariant.description());
+  }
+  EXPECT_EQ(CatchError([&] { byText->SetFieldText("QTY", "\""); }).number(), 5);
+  for (const char* field : {"NUMBER", "QTY", "LOCKED", "NOTE", "PRICE"}) {
+    const std::string expected = Values(field);
+    std::swap(order, byText);
+    EXPECT_EQ(Values(field), expected) << field;
+    std::swap(order, byText);
+  }
+  EXPECT_EQ(Values("NUMBER"), "[\"7\"]");  // quotes stay on a String
+  EXPECT_EQ(Values("LOCKED"), "[three]");
+  EXPECT_EQ(Values("NOTE"), "[c]");
+}
+
+TEST_F(TransactionTest, SingleValueTextIsTheStoredTextOfAFieldOfOneValueOnly) {
+  EXPECT_EQ(order->SingleValueText("NUMBER"), nullptr);  // unset
+  EXPECT_EQ(order->SingleValueText("NOPE"), nullptr);    // unknown: no error
+  order->SetFieldValue("NUMBER", Variant("n 1"));
+  ASSERT_NE(order->SingleValueText("NUMBER"), nullptr);
+  EXPECT_STREQ(order->SingleValueText("NUMBER"), "n 1");
+  EXPECT_EQ(order->GetFieldValues("NUMBER").StringValue(), "n 1");
+  // Asked out of the order the fields stand in, the answer is the same.
+  order->SetFieldValue("PRICE", Variant("2.5"));
+  EXPECT_STREQ(order->SingleValueText("PRICE"), "2.5");
+  EXPECT_STREQ(order->SingleValueText("NUMBER"), "n 1");
+
+  order->SetFieldValue("CODES", Variant("5"));
+  EXPECT_STREQ(order->SingleValueText("CODES"), "5");
+  order->SetFieldValue("CODES", Variant("6"));
+  EXPECT_EQ(order->SingleValueText("CODES"), nullptr);  // two values: an array
+  EXPECT_TRUE(order->GetFieldValues("CODES").IsArray());
+
+  // A VALUE without text before the value: GetFieldValues reads the first
+  // element, so there is no single text to hand out.
+  xmlNodePtr values = factory->Data()->GetNodeFromXPath("FIELD[@name='QTY']/VALUES", order->Data());
+  xmlAddChild(values, xmlNewDocNode(values->doc, nullptr, BAD_CAST "VALUE", nullptr));
+  order->SetFieldValue("QTY", Variant("3"));
+  EXPECT_EQ(order->SingleValueText("QTY"), nullptr);
+  EXPECT_EQ(order->GetFieldValues("QTY").StringValue(), "");
+
+  Ref<Transaction> bare = MakeRef<Transaction>();
+  EXPECT_EQ(bare->SingleValueText("NUMBER"), nullptr);  // no data: no error
+}
+
+TEST_F(TransactionTest, FieldsAreFoundInAnyOrderAndShape) {
+  order->SetFieldValue("NUMBER", Variant("n"));
+  order->SetFieldValue("PRICE", Variant("2"));
+  order->SetFieldValue("WHEN", Variant("1/2/2026"));
+  // A FIELD whose name is not its first attribute is found all the same.
+  xmlNodePtr price = factory->Data()->GetNodeFromXPath("FIELD[@name='PRICE']", order->Data());
+  xmlAttrPtr name = DataNodes::FindAttribute(price, "name");
+  xmlUnlinkNode(reinterpret_cast<xmlNodePtr>(name));
+  xmlNewProp(price, BAD_CAST "note", BAD_CAST "x");
+  xmlAddChild(price, reinterpret_cast<xmlNodePtr>(name));
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_EQ(order->GetFieldValues("WHEN").ToString(), "1/2/2026");
+    EXPECT_EQ(order->GetFieldValues("NUMBER").ToString(), "n");
+    EXPECT_EQ(order->GetFieldValues("PRICE").ToString(), "2");
+    EXPECT_STREQ(order->SingleValueText("PRICE"), "2");
+    EXPECT_EQ(order->GetFieldValues("NUMBER").ToString(), "n");
+    EXPECT_EQ(order->SingleValueText("NOPE"), nullptr);
+    EXPECT_EQ(order->GetFieldValues("WHEN").ToString(), "1/2/2026");
+  }
+}
+
 TEST_F(TransactionTest, AFieldMissingFromTheRecordIsMadeWhenWritten) {
   xmlNodePtr field = factory->Data()->GetNodeFromXPath("FIELD[@name='QTY']", order->Data());
   xmlUnlinkNode(field);
@@ -244,6 +338,42 @@ TEST_F(TransactionTest, BinaryValuesLiveInFilesOfTheRunsFolder) {
 
 TEST_F(TransactionTest, BinaryValuesWithoutASessionOrFolderRaise8106) {
   EXPECT_EQ(CatchError([&] { order->SetFieldValue("BLOB", Bytes({1})); }).number(), 8106);
+}
+
+}  // namespace
+}  // namespace tessel
+
+namespace tessel {
+namespace {
+
+TEST(DataNodesNames, ALiteralNameMatchesOnlyTheWholeNameWithoutANamespace) {
+  xmlDocPtr doc = xmlNewDoc(BAD_CAST "1.0");
+  xmlNodePtr root = xmlNewDocNode(doc, nullptr, BAD_CAST "R", nullptr);
+  xmlDocSetRootElement(doc, root);
+  xmlNodePtr values = xmlNewChild(root, nullptr, BAD_CAST "VALUES", nullptr);
+  xmlNodePtr value = xmlNewChild(root, nullptr, BAD_CAST "VALUE", nullptr);
+  xmlNodePtr longer = xmlNewChild(root, nullptr, BAD_CAST "VALUESX", nullptr);
+  xmlNodePtr empty = xmlNewChild(root, nullptr, BAD_CAST "", nullptr);
+  xmlNsPtr ns = xmlNewNs(root, BAD_CAST "urn:x", BAD_CAST "x");
+  xmlNodePtr qualified = xmlNewChild(root, ns, BAD_CAST "VALUES", nullptr);
+  xmlNodePtr text = xmlNewText(BAD_CAST "VALUES");
+  xmlAddChild(root, text);
+
+  EXPECT_TRUE(DataNodes::IsElement(values, "VALUES"));
+  EXPECT_FALSE(DataNodes::IsElement(values, "VALUE"));
+  EXPECT_TRUE(DataNodes::IsElement(value, "VALUE"));
+  EXPECT_FALSE(DataNodes::IsElement(value, "VALUES"));
+  EXPECT_FALSE(DataNodes::IsElement(longer, "VALUES"));
+  EXPECT_FALSE(DataNodes::IsElement(empty, "VALUES"));
+  EXPECT_TRUE(DataNodes::IsElement(empty, ""));
+  EXPECT_FALSE(DataNodes::IsElement(qualified, "VALUES"));
+  EXPECT_FALSE(DataNodes::IsElement(text, "VALUES"));
+  EXPECT_FALSE(DataNodes::IsElement(nullptr, "VALUES"));
+  // A name held in a variable is compared the same way.
+  const std::string wanted = "VALUES";
+  EXPECT_TRUE(DataNodes::IsElement(values, std::string_view(wanted)));
+  EXPECT_FALSE(DataNodes::IsElement(longer, std::string_view(wanted)));
+  xmlFreeDoc(doc);
 }
 
 }  // namespace
