@@ -86,6 +86,7 @@ void TransformCoordinator::Initialise(const std::string& sessionId) {
     Check(session != nullptr, kErrInvalidSession, "Session [%1] is not valid.", {Variant(sessionId)});
     session->CheckSession(sessionId);
     session_ = session;
+    instancedFolder_ = GetInstancedFolder();
     dataServiceMode_ = session->DataServiceMode();
     jobConfig_ = session->JobConfig();
     auditLogger_ = session->AuditLoggerPtr();
@@ -516,9 +517,11 @@ Ref<XMLWrapper> TransformCoordinator::RetrieveDataCopy(const std::string& transf
 }
 
 void TransformCoordinator::CleanJobData() {
-  if (session_ == nullptr) return;
+  // The session may be closed by now (a host drops it before the
+  // coordinator), so the folder is the one noted when the run began.
+  if (instancedFolder_.empty()) return;
   std::error_code ec;
-  std::filesystem::remove_all(GetInstancedFolder(), ec);
+  std::filesystem::remove_all(instancedFolder_, ec);
 }
 
 }  // namespace tessel

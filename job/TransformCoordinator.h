@@ -108,6 +108,7 @@ class TransformCoordinator {
 
   TransformTypeTable types_;
   Session* session_ = nullptr;
+  std::string instancedFolder_;  // the run's folder in DEBUGPATH, noted at Initialise
   bool dataServiceMode_ = false;
   Ref<XMLWrapper> jobConfig_;
   std::shared_ptr<AuditLogger> auditLogger_;
