@@ -1,3 +1,4 @@
+#include "tests/support/CatchError.h"
 #include "services/CharacterSetWrapper.h"
 
 #include <gtest/gtest.h>
@@ -10,16 +11,7 @@
 namespace tessel {
 namespace {
 
-template <class F>
-Error CatchError(F&& body) {
-  try {
-    body();
-  } catch (const Error& e) {
-    return e;
-  }
-  ADD_FAILURE() << "no error was raised";
-  return Error(0, "");
-}
+using test::CatchError;
 
 Bytes B(std::string_view s) { return Bytes(s.begin(), s.end()); }
 

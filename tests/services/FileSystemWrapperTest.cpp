@@ -1,3 +1,4 @@
+#include "tests/support/CatchError.h"
 #include "services/FileSystemWrapper.h"
 
 #include <gtest/gtest.h>
@@ -18,16 +19,7 @@ using test::ReadFileText;
 using test::TempDir;
 using test::WriteFileText;
 
-template <class F>
-Error CatchError(F&& body) {
-  try {
-    body();
-  } catch (const Error& e) {
-    return e;
-  }
-  ADD_FAILURE() << "no error was raised";
-  return Error(0, "");
-}
+using test::CatchError;
 
 std::string P(const TempDir& dir, const std::string& leaf) { return (dir / leaf).string(); }
 

@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 
+#include "tests/support/CatchError.h"
 #include "core/Error.h"
 #include "job/TransformDefinition.h"
 #include "store/Transaction.h"
@@ -48,16 +49,6 @@ inline std::shared_ptr<TransactionFactory> MakeFactory(const std::string& xml = 
   return factory;
 }
 
-template <class F>
-Error CatchError(F&& body) {
-  try {
-    body();
-  } catch (const Error& e) {
-    return e;
-  }
-  ADD_FAILURE() << "no error was raised";
-  return Error(0, "");
-}
 
 // A context on the factory's DATA node.
 inline Ref<TransactionContext> TopContext(TransactionFactory& factory, bool autoUpdate = false) {

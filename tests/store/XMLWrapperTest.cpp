@@ -1,3 +1,4 @@
+#include "tests/support/CatchError.h"
 #include "store/XMLWrapper.h"
 
 #include <gtest/gtest.h>
@@ -16,16 +17,7 @@ using test::ReadFileText;
 using test::TempDir;
 using test::WriteFileText;
 
-template <class F>
-Error CatchError(F&& body) {
-  try {
-    body();
-  } catch (const Error& e) {
-    return e;
-  }
-  ADD_FAILURE() << "no error was raised";
-  return Error(0, "");
-}
+using test::CatchError;
 
 std::string Text(xmlNodePtr node) {
   xmlChar* content = xmlNodeGetContent(node);

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/CatchError.h"
 #include "audit/IEvent.h"
 #include "core/Error.h"
 #include "job/TesselSession.h"
@@ -108,16 +109,6 @@ inline std::vector<std::string> Texts(XMLWrapper& doc, const std::string& xpath)
   return out;
 }
 
-template <class F>
-Error CatchError(F&& body) {
-  try {
-    body();
-  } catch (const Error& e) {
-    return e;
-  }
-  ADD_FAILURE() << "no error was raised";
-  return Error(0, "");
-}
 
 // Whole jobs: read CSV files from in/, run the transforms given, write CSV to
 // out/result.csv.
