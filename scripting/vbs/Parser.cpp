@@ -688,7 +688,17 @@ class ParserImpl {
         case Keyword::Call: {
           auto stmt = Node<CallStmt>();
           Advance();
-          stmt->call = ParseReference(true);
+          if (tok_.kind == TokenKind::LParen) {
+            // `Call (New X).M()`: an object in parentheses starts the chain.
+            auto paren = Node<ParenExpr>();
+            Advance();
+            paren->inner = ParseExpr();
+            Expect(TokenKind::RParen, syntax::kExpectedRParen);
+            stmt->call = ParseChain(std::move(paren));
+            if (stmt->call->kind == ExprKind::Paren) Fail(syntax::kExpectedIdentifier);
+          } else {
+            stmt->call = ParseReference(true);
+          }
           return stmt;
         }
         case Keyword::Stop: {

@@ -33,6 +33,24 @@ TEST(VbsClass, PropertiesFieldsAndMethods) {
   EXPECT_EQ(ErrorOf(e, "a.Balance = -1"), 5);
 }
 
+TEST(VbsClass, CallOnAnObjectInParentheses) {
+  Engine e;
+  e.AddCode(
+      "Dim log\n"
+      "Class X\n"
+      "  Sub M(s) : log = log & s : End Sub\n"
+      "  Function Items() : Items = Array(\"a\", \"b\") : End Function\n"
+      "End Class\n"
+      "Dim o : Set o = New X\n"
+      "Call (New X).M(\"1\")\n"
+      "Call (o).M(\"2\")\n"
+      "Call o.M(\"3\")");
+  EXPECT_EQ(Typed(e, "log"), "String:123");
+  EXPECT_EQ(Typed(e, "(New X).Items()(1)"), "String:b");
+  // Parentheses alone are no procedure to call.
+  EXPECT_EQ(ErrorOf(e, "Call (o)"), 1010);
+}
+
 TEST(VbsClass, PropertySetAndObjectFields) {
   Engine e;
   e.AddCode(
