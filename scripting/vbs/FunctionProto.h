@@ -43,6 +43,8 @@ struct FunctionProto {
   int implicitFrom = -1;
   // Fixed-size local arrays (`Dim a(3)`) created when a frame starts.
   std::vector<std::pair<int, std::vector<int32_t>>> fixedArrays;
+  // Slots of the procedure's own Consts: an assignment to one raises 501.
+  std::vector<int> constSlots;
   Block body;
   ClassDef* owner = nullptr;
   Code* code = nullptr;

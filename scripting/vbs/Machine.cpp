@@ -1347,7 +1347,7 @@ void Machine::Assign(const Expr& target, Variant value, bool isSet, Frame& f) {
     auto& n = const_cast<NameExpr&>(static_cast<const NameExpr&>(target));
     // Plain variables: the common case, straight to the slot.
     if (!isSet && !value.IsObject() && n.args.empty()) {
-      if (n.scope == NameScope::Local) {
+      if (n.scope == NameScope::Local && (f.proto == nullptr || f.proto->constSlots.empty())) {
         Variant& slot = *f.refs[n.index];
         if (!slot.IsObject()) {
           slot = std::move(value);
@@ -1388,6 +1388,10 @@ void Machine::Assign(const Expr& target, Variant value, bool isSet, Frame& f) {
             break;
         }
       }
+    }
+    if (n.scope == NameScope::Local && f.proto != nullptr) {
+      const std::vector<int>& consts = f.proto->constSlots;
+      if (std::find(consts.begin(), consts.end(), n.index) != consts.end()) ThrowNamed(501, n.name);
     }
     Variant* var = VariableRef(n, f);
     if (!var) ThrowNamed(501, n.name);

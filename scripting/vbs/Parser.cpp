@@ -296,6 +296,7 @@ class ParserImpl {
       Expect(TokenKind::Eq, syntax::kExpectedEquals);
       ExprPtr value = ParseExpr();
       DeclareName(*name, DimVar{});
+      if (name->scope == NameScope::Local) ctx_->proto->constSlots.push_back(name->index);
       stmt->items.emplace_back(std::move(name), std::move(value));
       if (tok_.kind != TokenKind::Comma) break;
       Advance();

@@ -162,6 +162,27 @@ TEST(VbsExecute, ProceduresDefinedInsideAProcedureSeeGlobals) {
 
 // Execute runs its text in the scope of the procedure that runs it, so a
 // Const there is a constant of that call, like a Dim.
+TEST(VbsConst, AssigningToAConstantFailsAtEveryLevel) {
+  Engine e;
+  e.AddCode(
+      "Const kTop = 1\n"
+      "Function Local()\n"
+      "  Const kInner = 2\n"
+      "  Dim v : v = 3\n"
+      "  v = kInner + v\n"
+      "  Local = v\n"
+      "End Function\n"
+      "Function Broken()\n"
+      "  Const kInner = 2\n"
+      "  kInner = 5\n"
+      "  Broken = kInner\n"
+      "End Function");
+  EXPECT_EQ(Typed(e, "Local()"), "Integer:5");
+  EXPECT_EQ(EvalErrorOf(e, "Broken()"), 501);
+  EXPECT_EQ(ErrorOf(e, "kTop = 2"), 501);
+  EXPECT_EQ(Typed(e, "kTop"), "Integer:1");
+}
+
 TEST(VbsExecute, ConstInsideAProcedureStaysLocal) {
   Engine e;
   e.AddCode(
