@@ -475,6 +475,9 @@ void vbWrapper::WriteVerboseLog(std::string_view label, std::string_view text) {
     line.append(label).push_back('\t');
     line.append(text).append("\r\n");
     logFileSystem_->WriteToFile(logHandle_, line);
+    // The log is read when something went wrong: each line reaches the file
+    // at once, not when the transform ends.
+    logFileSystem_->FlushFile(logHandle_);
   } catch (...) {
     // The log is a diagnostic aid: a failure in it must not touch the
     // evaluation, nor the error record.

@@ -359,6 +359,14 @@ void FileSystemWrapper::WriteToFile(const std::string& handle, std::string_view 
   }
 }
 
+void FileSystemWrapper::FlushFile(const std::string& handle) {
+  try {
+    GetFile(handle).Flush();
+  } catch (...) {
+    ErrorInRethrow("FileSystemWrapper.FlushFile(sHandle)", {Variant(handle)});
+  }
+}
+
 void FileSystemWrapper::WriteToBinaryFile(const std::string& handle, std::span<const uint8_t> data) {
   try {
     GetFile(handle).Write(data);

@@ -94,6 +94,9 @@ class FileSystemWrapper {
   bool ReadLine(const std::string& handle, std::string& line);
   // Encodes and writes at the write position; an empty text writes nothing.
   void WriteToFile(const std::string& handle, std::string_view data);
+  // Hands what was written so far to the system: a log that must survive
+  // its writer's crash flushes after each entry.
+  void FlushFile(const std::string& handle);
   void WriteToBinaryFile(const std::string& handle, std::span<const uint8_t> data);
   // A byte array, an array of numbers 0-255, or a string (its UTF-8 bytes);
   // Empty and Null write nothing; anything else raises 13.

@@ -275,6 +275,9 @@ TEST_F(ScriptHostTest, TheVerboseLogShowsEachStep) {
     vbWrapper host;
     host.Initialize("T1", true, nullptr, 60);
     EXPECT_EQ(host.Evaluate("%A + 1", order.get(), "F").ToLong(), 2);
+    // Each line is in the file while the wrapper still runs.
+    const std::string live = test::ReadFileText(env.DebugPath() / " ");
+    EXPECT_NE(live.find(std::string("P\0O\0S\0T\0E\0V\0A\0L", 15)), std::string::npos);
   }
   {
     // A later wrapper appends to the same log.
