@@ -775,9 +775,19 @@ int16_t Transaction::ChildCount() {
 bool Transaction::IsEmpty() {
   try {
     RequireData();
-    for (int32_t i = 0; i < fieldCount_; ++i) {
-      xmlNodePtr field = DataNodes::ChildWithAttribute(data_, "FIELD", "name", fields_->At(static_cast<size_t>(i)).FieldName);
-      if (field != nullptr && GetValueCount(field) > 0) return false;
+    // One walk over the record's fields: a field counts when the record type
+    // defines it and it holds a value. Names are unique within a record, so
+    // this is the answer of a lookup per defined field, without its search.
+    if (fieldCount_ > 0) {
+      for (xmlNodePtr field = data_->children; field != nullptr; field = field->next) {
+        if (!DataNodes::IsElement(field, "FIELD")) continue;
+        xmlAttrPtr name = DataNodes::FindAttribute(field, "name");
+        if (name == nullptr) continue;
+        const char* single = DataNodes::SingleText(name);
+        const std::string text = single != nullptr ? std::string() : DataNodes::AttributeValue(name);
+        if (fields_->Find(single != nullptr ? std::string_view(single) : std::string_view(text)) == nullptr) continue;
+        if (GetValueCount(field) > 0) return false;
+      }
     }
     for (xmlNodePtr records = data_->children; records != nullptr; records = records->next) {
       if (DataNodes::IsElement(records, "RECORDS") && !ChildElements(records).empty()) return false;

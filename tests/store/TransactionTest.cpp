@@ -295,6 +295,19 @@ TEST_F(TransactionTest, NeighboursParentAndChildren) {
   EXPECT_EQ(line1->Context()->ContextNode(), line1->Data());
 }
 
+TEST_F(TransactionTest, EmptyMeansNoDefinedFieldHoldsAValue) {
+  Ref<Transaction> line = factory->CreateTransaction("LINE");
+  EXPECT_TRUE(line->IsEmpty());
+  // A field the record type does not define does not count, whatever it holds.
+  xmlNodePtr stray = xmlNewChild(line->Data(), nullptr, BAD_CAST "FIELD", nullptr);
+  xmlNewProp(stray, BAD_CAST "name", BAD_CAST "STRAY");
+  xmlNodePtr values = xmlNewChild(stray, nullptr, BAD_CAST "VALUES", nullptr);
+  xmlNewChild(values, nullptr, BAD_CAST "VALUE", BAD_CAST "x");
+  EXPECT_TRUE(line->IsEmpty());
+  line->SetFieldValue("QTY", Variant("5"));
+  EXPECT_FALSE(line->IsEmpty());
+}
+
 TEST_F(TransactionTest, CopyAndPrint) {
   order->SetFieldValue("NUMBER", Variant("1"));
   Ref<Transaction> copy = MakeRef<Transaction>();
