@@ -7,11 +7,14 @@
 
 #include <algorithm>
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
 #include <new>
+#include <system_error>
+#include <thread>
 
 namespace tessel {
 namespace {
@@ -27,6 +30,13 @@ constexpr size_t kSpanBytes = size_t{1} << kSpanShift;
 // range.
 constexpr size_t kMinCommitStep = size_t{2} << 20;
 constexpr size_t kMaxCommitStep = size_t{32} << 20;
+// Once this much is writable, fresh pages are faulted in by a thread of the
+// heap's own, ahead of use, and the steps run ahead of the carving by up to
+// kMaxLead bytes (an eighth of what is writable), so that the kernel's work
+// on new pages overlaps with the work of the threads that fill them.
+constexpr size_t kPopulatorThreshold = size_t{64} << 20;
+constexpr size_t kMaxLead = size_t{128} << 20;
+constexpr size_t kPopulateChunk = size_t{2} << 20;
 constexpr size_t kLargestReservation = size_t{1} << 40;
 constexpr size_t kSmallestReservation = size_t{1} << 30;
 // A thread keeps at most this many free blocks of a class and then gives
@@ -73,6 +83,11 @@ struct Heap {
   std::atomic<size_t> committed{0};
   std::atomic<bool> exhausted{false};
   std::mutex growMutex;
+  // The populator: faults in [populated, committed) a chunk at a time.
+  std::mutex populateMutex;
+  std::condition_variable populateWake;
+  size_t populated = 0;
+  bool populatorRunning = false;
   Pool pools[kSlots];
 };
 
@@ -155,6 +170,68 @@ Heap* MakeHeap() {
   return heap;
 }
 
+void PopulateAhead(Heap* heap) {
+  std::unique_lock<std::mutex> lock(heap->populateMutex);
+  for (;;) {
+    const size_t committed = heap->committed.load(std::memory_order_acquire);
+    if (heap->populated >= committed) {
+      heap->populateWake.wait(lock);
+      continue;
+    }
+    const size_t begin = heap->populated;
+    const size_t end = std::min(committed, begin + kPopulateChunk);
+    lock.unlock();
+    // Pages the filling threads reach first are simply faulted by them; the
+    // advice skips what is already there.
+    ::madvise(heap->base + begin, end - begin, MADV_POPULATE_WRITE);
+    lock.lock();
+    heap->populated = end;
+  }
+}
+
+// Makes the heap writable up to at least `needed` bytes from its base.
+// Memory that is about to be filled is faulted in at once, which costs far
+// less than a trap for each page: here while the heap is small, by the
+// populator once it is large. Kernels without the advice fault pages one by
+// one as before.
+void Grow(Heap* heap, size_t needed) {
+  std::lock_guard<std::mutex> lock(heap->growMutex);
+  size_t committed = heap->committed.load(std::memory_order_relaxed);
+  if (committed >= needed) return;
+  bool populator;
+  {
+    std::lock_guard<std::mutex> populateLock(heap->populateMutex);
+    if (!heap->populatorRunning && committed >= kPopulatorThreshold) {
+      try {
+        heap->populated = committed;
+        std::thread(&PopulateAhead, heap).detach();
+        heap->populatorRunning = true;
+      } catch (const std::system_error&) {
+        // No thread: the growing thread goes on faulting pages itself.
+      }
+    }
+    populator = heap->populatorRunning;
+  }
+  const size_t target = populator ? std::min(heap->size, needed + std::min(kMaxLead, committed / 8)) : needed;
+  while (committed < target) {
+    // Steps grow with the heap, so that a small process stays small and a
+    // large document is not made writable a few spans at a time.
+    size_t step = std::min(kMaxCommitStep, std::max(kMinCommitStep, committed / 64));
+    step = std::min(step / kSpanBytes * kSpanBytes, heap->size - committed);
+    if (::mprotect(heap->base + committed, step, PROT_READ | PROT_WRITE) != 0) {
+      if (committed < needed) heap->exhausted.store(true, std::memory_order_relaxed);
+      break;
+    }
+    if (!populator) ::madvise(heap->base + committed, step, MADV_POPULATE_WRITE);
+    committed += step;
+    heap->committed.store(committed, std::memory_order_release);
+  }
+  if (populator) {
+    std::lock_guard<std::mutex> populateLock(heap->populateMutex);
+    heap->populateWake.notify_one();
+  }
+}
+
 // A new span for the slot, writable; nullptr when the reservation is used up
 // or the system refuses more memory.
 char* CarveSpan(Heap* heap, size_t slot) {
@@ -168,24 +245,8 @@ char* CarveSpan(Heap* heap, size_t slot) {
   }
   const size_t needed = offset + kSpanBytes;
   if (heap->committed.load(std::memory_order_acquire) < needed) {
-    std::lock_guard<std::mutex> lock(heap->growMutex);
-    size_t committed = heap->committed.load(std::memory_order_relaxed);
-    while (committed < needed) {
-      // Steps grow with the heap, so that a small process stays small and a
-      // large document is not made writable a few spans at a time.
-      size_t step = std::min(kMaxCommitStep, std::max(kMinCommitStep, committed / 64));
-      step = std::min(step / kSpanBytes * kSpanBytes, heap->size - committed);
-      if (::mprotect(heap->base + committed, step, PROT_READ | PROT_WRITE) != 0) {
-        heap->exhausted.store(true, std::memory_order_relaxed);
-        return nullptr;
-      }
-      // All of a step is about to be written: its pages are faulted in at
-      // once, which costs far less than a trap for each page. Kernels without
-      // the advice fault them one by one as before.
-      ::madvise(heap->base + committed, step, MADV_POPULATE_WRITE);
-      committed += step;
-      heap->committed.store(committed, std::memory_order_release);
-    }
+    Grow(heap, needed);
+    if (heap->committed.load(std::memory_order_acquire) < needed) return nullptr;
   }
   heap->spanSlot[offset >> kSpanShift] = static_cast<uint8_t>(slot + 1);
   return heap->base + offset;
@@ -304,13 +365,22 @@ inline void Give(Heap* heap, size_t slot, void* start) {
 void LockAllForFork() {
   Heap* heap = gHeap.load(std::memory_order_acquire);
   heap->growMutex.lock();
+  heap->populateMutex.lock();
   for (Pool& pool : heap->pools) pool.mutex.lock();
 }
 
 void UnlockAllAfterFork() {
   Heap* heap = gHeap.load(std::memory_order_acquire);
   for (Pool& pool : heap->pools) pool.mutex.unlock();
+  heap->populateMutex.unlock();
   heap->growMutex.unlock();
+}
+
+// The child has no populator: the first growth that wants one starts it.
+void UnlockAllInChild() {
+  Heap* heap = gHeap.load(std::memory_order_acquire);
+  heap->populatorRunning = false;
+  UnlockAllAfterFork();
 }
 
 }  // namespace
@@ -326,7 +396,7 @@ bool XmlHeap::Install() {
     Heap* heap = MakeHeap();
     if (heap == nullptr) return;
     gHeap.store(heap, std::memory_order_release);
-    ::pthread_atfork(&LockAllForFork, &UnlockAllAfterFork, &UnlockAllAfterFork);
+    ::pthread_atfork(&LockAllForFork, &UnlockAllAfterFork, &UnlockAllInChild);
     if (xmlMemSetup(&XmlHeap::Free, &XmlHeap::Allocate, &XmlHeap::Reallocate, &XmlHeap::Duplicate) == 0) {
       gInstalled.store(true, std::memory_order_release);
     }

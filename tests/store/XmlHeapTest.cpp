@@ -347,6 +347,53 @@ TEST_F(XmlHeapTest, AForkedChildCanUseTheHeapWhileOtherThreadsWork) {
   EXPECT_EQ(failures, 0);
 }
 
+// Past a few tens of megabytes fresh pages are faulted in ahead of use by a
+// thread of the heap's own: what is written is kept, what is made writable
+// runs only a bounded way ahead of what is handed out, and a child forked
+// from such a process grows its heap too (the thread does not survive the
+// fork, and a lock it held must not stop the child).
+TEST_F(XmlHeapTest, ALargeHeapGrowsAheadAndAForkedChildStillGrowsItsOwn) {
+  auto fill = [](std::vector<void*>& blocks, size_t count, uint32_t seed) {
+    for (size_t i = 0; i < count; ++i) {
+      void* block = XmlHeap::Allocate(120);
+      Stamp(block, 120, seed + static_cast<uint32_t>(i));
+      blocks.push_back(block);
+    }
+  };
+  auto intact = [](const std::vector<void*>& blocks, uint32_t seed) {
+    size_t bad = 0;
+    for (size_t i = 0; i < blocks.size(); ++i) {
+      bad += HasStamp(blocks[i], 120, seed + static_cast<uint32_t>(i)) && XmlHeap::Owns(blocks[i]) ? 0 : 1;
+    }
+    return bad;
+  };
+  std::vector<void*> blocks;
+  fill(blocks, 1500000, 7);  // 180 MB
+  const XmlHeap::Usage usage = XmlHeap::CurrentUsage();
+  EXPECT_GE(usage.committedBytes, usage.spanBytes);
+  EXPECT_LE(usage.committedBytes - usage.spanBytes, size_t{160} << 20);
+  pid_t child = fork();
+  if (child == 0) {
+    std::vector<void*> more;
+    fill(more, 1500000, 11);
+    std::_Exit(intact(blocks, 7) == 0 && intact(more, 11) == 0 ? 0 : 1);
+  }
+  int status = 0;
+  pid_t done = 0;
+  for (int wait = 0; wait < 3000 && done == 0; ++wait) {
+    done = waitpid(child, &status, WNOHANG);
+    if (done == 0) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  if (done == 0) {
+    kill(child, SIGKILL);
+    waitpid(child, &status, 0);
+  }
+  EXPECT_NE(done, 0) << "the child did not finish";
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "status " << status;
+  EXPECT_EQ(intact(blocks, 7), 0u);
+  for (void* block : blocks) XmlHeap::Free(block);
+}
+
 // Under a limit of address space a process that takes the heap up still
 // has room for everything else: a test process run again under a limit of
 // 4 GB makes its heap and then asks malloc for half of the limit.
