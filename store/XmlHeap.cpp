@@ -377,9 +377,13 @@ void UnlockAllAfterFork() {
 }
 
 // The child has no populator: the first growth that wants one starts it.
+// The condition variable is made anew, as the copy may count the parent's
+// populator among its waiters, and a signal would then wait for a thread
+// that is not there.
 void UnlockAllInChild() {
   Heap* heap = gHeap.load(std::memory_order_acquire);
   heap->populatorRunning = false;
+  ::new (&heap->populateWake) std::condition_variable();
   UnlockAllAfterFork();
 }
 
