@@ -64,7 +64,22 @@ std::string FormatFloat(double value, int sig) {
     return std::to_string(static_cast<int64_t>(value));
   }
   char buf[64];
-  auto res = std::to_chars(buf, buf + sizeof buf, value, std::chars_format::scientific, sig - 1);
+  // The shortest text that reads back as the value is, when it has no more
+  // than `sig` digits, also the value rounded to `sig` digits (a double's
+  // spacing is finer than that of 15 decimal digits, below the subnormal
+  // range), and much cheaper.
+  auto res = std::to_chars(buf, buf + sizeof buf, value, std::chars_format::scientific);
+  if (!std::isnormal(value)) {
+    res = std::to_chars(buf, buf + sizeof buf, value, std::chars_format::scientific, sig - 1);
+  } else {
+    std::string_view shortest(buf, static_cast<size_t>(res.ptr - buf));
+    const size_t mantissaEnd = shortest.find('e');
+    size_t digitCount = 0;
+    for (char c : shortest.substr(0, mantissaEnd)) digitCount += (c >= '0' && c <= '9') ? 1 : 0;
+    if (digitCount > static_cast<size_t>(sig)) {
+      res = std::to_chars(buf, buf + sizeof buf, value, std::chars_format::scientific, sig - 1);
+    }
+  }
   // buf: [-]d.ddddde[+-]xx
   std::string_view s(buf, static_cast<size_t>(res.ptr - buf));
   bool negative = s[0] == '-';

@@ -140,7 +140,11 @@ void FileIOController::WriteDataSet(const Variant& data, Transaction* transactio
       } else {
         std::string handle = fileSystem_.CreateTextStream(fileName, evaluate, directory, overwrite, encoding_,
                                                           writeBom, transaction);
-        fileSystem_.WriteToFile(handle, data.IsEmpty() || data.IsNull() ? std::string() : data.ToString());
+        if (data.IsString()) {
+          fileSystem_.WriteToFile(handle, data.StringValue());
+        } else {
+          fileSystem_.WriteToFile(handle, data.IsEmpty() || data.IsNull() ? std::string() : data.ToString());
+        }
         fileSystem_.CloseFile(handle);
       }
     }

@@ -313,9 +313,33 @@ void vbWrapper::ResolveInto(std::string_view evaluation, Transaction* transactio
   }
 }
 
+namespace {
+
+// The text as it goes into a formula: quotes doubled, line breaks joined in
+// as vbCrLf, and in quotes of its own when `quote`.
+void AppendLiteralText(std::string_view text, bool quote, std::string& out) {
+  if (quote) out.push_back('"');
+  for (;;) {
+    const size_t special = text.find_first_of("\"\n");
+    out.append(text.substr(0, special));
+    if (special == std::string_view::npos) break;
+    out.append(text[special] == '"' ? std::string_view("\"\"") : std::string_view(kLineBreakInLiteral));
+    text.remove_prefix(special + 1);
+  }
+  if (quote) out.push_back('"');
+}
+
+}  // namespace
+
 void vbWrapper::AppendFieldValue(std::string_view name, Transaction* transaction, bool authorQuoted,
                                  std::string& out) {
   if (transaction == nullptr) ThrowRuntimeError(91);
+  // A field as it mostly stands, one value of text, is read in place.
+  if (const char* single = transaction->SingleValueText(name)) {
+    const bool quote = !authorQuoted && transaction->GetType(name) == kStringFieldType;
+    AppendLiteralText(single, quote, out);
+    return;
+  }
   const Variant value = transaction->GetFieldValues(name, 0);
   const bool isString = transaction->GetType(name) == kStringFieldType;
 
@@ -346,19 +370,9 @@ void vbWrapper::AppendFieldValue(std::string_view name, Transaction* transaction
     out.append("\"\"");
     return;
   }
-  const bool quote = isString && !authorQuoted;
-  if (quote) out.push_back('"');
-  for (char c : text) {
-    if (c == '"') {
-      out.append("\"\"");
-    } else if (c == '\n') {
-      out.append(kLineBreakInLiteral);
-    } else {
-      out.push_back(c);
-    }
-  }
-  if (quote) out.push_back('"');
+  AppendLiteralText(text, isString && !authorQuoted, out);
 }
+
 
 // --- Code ----------------------------------------------------------------------------------
 

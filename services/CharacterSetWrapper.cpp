@@ -311,14 +311,18 @@ struct CharacterSetWrapper::Codec {
                                static_cast<uint32_t>(cp), name));
   }
 
+  void CheckUtf8(std::string_view text) {
+    bool incomplete = false;
+    const size_t valid = ValidUtf8Prefix(reinterpret_cast<const uint8_t*>(text.data()), text.size(), &incomplete);
+    if (valid != text.size()) RaiseUnencodable(text, valid);
+  }
+
   void Encode(std::string_view text, std::string& out) {
     const size_t start = out.size();
     const auto* p = reinterpret_cast<const uint8_t*>(text.data());
     const size_t n = text.size();
     if (kind == Kind::kUtf8) {
-      bool incomplete = false;
-      size_t valid = ValidUtf8Prefix(p, n, &incomplete);
-      if (valid != n) RaiseUnencodable(text, valid);
+      CheckUtf8(text);
       out.append(text);
       return;
     }
@@ -625,6 +629,18 @@ void CharacterSetWrapper::AppendData(std::string_view text, std::string& out) {
     Init(WriteName());
   }
   GetCodec().Encode(text, out);
+}
+
+bool CharacterSetWrapper::EncodesAsItself(std::string_view text) {
+  if (autoDetect_) {
+    Check(charset_.empty(), kCannotEncodeUndetermined, "Cannot convert to encoding method [%1]",
+          Variant(std::string(kAutoDetect)));
+    Init(WriteName());
+  }
+  Codec& codec = GetCodec();
+  if (codec.kind != Codec::Kind::kUtf8) return false;
+  codec.CheckUtf8(text);
+  return true;
 }
 
 Bytes CharacterSetWrapper::ConvertToData(std::string_view text) {

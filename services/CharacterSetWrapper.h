@@ -80,6 +80,10 @@ class CharacterSetWrapper {
 
   // Encodes `text` and appends it to `out`. On error `out` is left as it was.
   void AppendData(std::string_view text, std::string& out);
+  // True when `text` encodes as its own bytes (the set is UTF-8), so that a
+  // caller may write it as it stands; raises as AppendData would when the
+  // text is not valid UTF-8. False for any other set, with no check.
+  bool EncodesAsItself(std::string_view text);
   // Decodes `bytes` and appends the text to `out`; returns how many bytes were
   // used. An incomplete character at the end is left unused unless `final`,
   // where it raises 9533. No preamble handling: the caller skips it. The set

@@ -222,20 +222,27 @@ void FileSysOpen::Close() {
 
 void FileSysOpen::Flush() {
   if (fd_ < 0 || writeBuffer_.empty()) return;
-  const char* p = writeBuffer_.data();
-  size_t left = writeBuffer_.size();
+  try {
+    WriteAll(writeBuffer_);
+  } catch (...) {
+    writeBuffer_.clear();
+    throw;
+  }
+  writeBuffer_.clear();
+}
+
+void FileSysOpen::WriteAll(std::string_view bytes) {
+  const char* p = bytes.data();
+  size_t left = bytes.size();
   while (left > 0) {
     ssize_t n = ::write(fd_, p, left);
     if (n < 0) {
       if (errno == EINTR) continue;
-      const int error = errno;
-      writeBuffer_.clear();
-      RaiseSystemError("write", error);
+      RaiseSystemError("write", errno);
     }
     p += n;
     left -= static_cast<size_t>(n);
   }
-  writeBuffer_.clear();
 }
 
 uint64_t FileSysOpen::Size() {
@@ -296,6 +303,13 @@ void FileSysOpen::WriteText(std::string_view text) {
         Variant(fileName_));
   if (text.empty()) return;
   CharacterSetWrapper& charset = Charset();
+  // A large text that needs no conversion goes to the file as it stands,
+  // without a copy the size of the text.
+  if (text.size() >= kWriteBufferSize && charset.EncodesAsItself(text)) {
+    Flush();
+    WriteAll(text);
+    return;
+  }
   const size_t before = writeBuffer_.size();
   try {
     charset.AppendData(text, writeBuffer_);

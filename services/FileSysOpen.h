@@ -96,6 +96,8 @@ class FileSysOpen {
 
   [[noreturn]] void RaiseSystemError(std::string_view action, int error) const;
   size_t ReadAt(uint64_t offset, char* buffer, size_t size);
+  // Writes all of `bytes` at the file position, past the buffer.
+  void WriteAll(std::string_view bytes);
   void StartLines();
   std::string DetectFileLineDelimiter(uint64_t bodyOffset);
   bool FillText();

@@ -91,6 +91,10 @@ TEST(Variant, ToStringOfEverySubtype) {
   EXPECT_EQ(Variant(9.2 * 100.0).ToString(), "920");
   EXPECT_EQ(Variant(100.0).ToString(), "100");
   EXPECT_EQ(Variant(-0.0).ToString(), "0");
+  EXPECT_EQ(Variant(0.123456789012345).ToString(), "0.123456789012345");
+  EXPECT_EQ(Variant(0.1234567890123456).ToString(), "0.123456789012346");
+  EXPECT_EQ(Variant(4.9406564584124654e-324).ToString(), "4.94065645841247E-324");
+  EXPECT_EQ(Variant(2.2250738585072014e-308).ToString(), "2.2250738585072E-308");
   EXPECT_EQ(Variant::FromSingle(0.1f).ToString(), "0.1");
   EXPECT_EQ(Variant::FromSingle(0.01f + 0.01f).ToString(), "0.02");
   EXPECT_EQ(Variant::FromCurrency(Currency::FromRaw(15000)).ToString(), "1.5");

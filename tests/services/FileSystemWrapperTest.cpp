@@ -137,6 +137,30 @@ TEST(FileSystemWrapperTest, UnwritableTextLeavesTheFileAsItWas) {
   EXPECT_EQ(ReadFileText(dir / "l1.txt"), "ok;more");
 }
 
+// Texts larger than the write buffer, between small ones: UTF-8 goes out as
+// it stands, other sets through the encoder, and the order holds either way;
+// a large text that cannot be written leaves the file as it was.
+TEST(FileSystemWrapperTest, LargeTextsBetweenSmallOnesKeepTheirOrder) {
+  TempDir dir;
+  FileSystemWrapper files;
+  std::string large;
+  for (int i = 0; large.size() < 300000; ++i) large += "row " + std::to_string(i) + " \xC3\xA9\xE2\x82\xAC\n";
+  for (const char* set : {"utf-8", "unicode"}) {
+    const std::string name = std::string(set) + ".txt";
+    const std::string handle = files.CreateTextStream(name, false, dir.path().string(), true, set, false);
+    files.WriteToFile(handle, "head;");
+    files.WriteToFile(handle, large);
+    files.WriteToFile(handle, "middle;");
+    files.WriteToFile(handle, large);
+    EXPECT_EQ(CatchError([&] { files.WriteToFile(handle, large + "\xFF"); }).number(), 9532) << set;
+    files.WriteToFile(handle, "tail");
+    files.CloseFile(handle);
+    const std::string reader = files.OpenTextStream(P(dir, name), false, set, false);
+    EXPECT_EQ(files.ReadFile(reader), "head;" + large + "middle;" + large + "tail") << set;
+    files.CloseFile(reader);
+  }
+}
+
 TEST(FileSystemWrapperTest, OpenHandlesAreFlushedWhenTheWrapperGoes) {
   TempDir dir;
   {
