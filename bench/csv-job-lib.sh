@@ -44,7 +44,14 @@ register_job() {  # registers $work/job.xml as BENCH in a fresh configuration
   "$build/tessel" job add BENCH "$work/job.xml" >/dev/null
 }
 
-measure() {  # COMMAND...: prints "seconds peak-kB"; a failing command stops the benchmark
-  /usr/bin/time -f "%e %M" -o "$work/time" "$@" >"$work/stdout" 2>&1 || { cat "$work/stdout" >&2; exit 1; }
-  cat "$work/time"
+measure() {  # COMMAND...: prints "seconds peak-kB", the best wall time and the largest peak of
+             # RUNS runs (3 unless set); a failing command stops the benchmark
+  local best="" peak=0 run seconds kb
+  for ((run = 0; run < ${RUNS:-3}; run++)); do
+    /usr/bin/time -f "%e %M" -o "$work/time" "$@" >"$work/stdout" 2>&1 || { cat "$work/stdout" >&2; exit 1; }
+    read -r seconds kb < "$work/time"
+    if [ -z "$best" ] || awk -v a="$seconds" -v b="$best" 'BEGIN { exit !(a < b) }'; then best=$seconds; fi
+    [ "$kb" -gt "$peak" ] && peak=$kb
+  done
+  echo "$best $peak"
 }

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # A flat CSV of LINES lines and 10 fields read by a job and written back, timed
-# beside `mlr --icsv --ocsv cat` on the same file; prints wall times, their
-# ratio and both peak memory figures. Usage: csv_vs_mlr.sh BUILD [LINES]
+# beside `mlr --icsv --ocsv cat` on the same file; prints the best wall time of
+# RUNS runs of each (3 unless set), their ratio and both peak memory figures.
+# Usage: csv_vs_mlr.sh BUILD [LINES]
 set -euo pipefail
 build=$(cd "${1:-build}" && pwd)
 lines=${2:-1000000}

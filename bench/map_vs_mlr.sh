@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # A CSV of LINES lines read by a job, mapped by three formulas and written
 # back, timed beside `mlr --icsv --ocsv put` with the same three expressions on
-# the same file; prints wall times, their ratio and both peak memory figures.
+# the same file; prints the best wall time of RUNS runs of each (3 unless
+# set), their ratio and both peak memory figures.
 # Usage: map_vs_mlr.sh BUILD [LINES]
 set -euo pipefail
 build=$(cd "${1:-build}" && pwd)

@@ -419,6 +419,12 @@ struct CharacterSetWrapper::Codec {
     out.resize(pos);
   }
 
+  // For UTF-8: raises as a final Decode would when the bytes are not text.
+  void CheckDecodable(std::span<const uint8_t> bytes) {
+    bool incomplete = false;
+    if (ValidUtf8Prefix(bytes.data(), bytes.size(), &incomplete) != bytes.size()) RaiseConversionFailed(name);
+  }
+
   size_t Decode(std::span<const uint8_t> bytes, bool final, std::string& out) {
     const size_t start = out.size();
     const uint8_t* p = bytes.data();
@@ -675,6 +681,22 @@ std::string CharacterSetWrapper::ConvertToText(std::span<const uint8_t> bytes) {
     text.reserve(body.size());
     GetCodec().Decode(body, true, text);
     return text;
+  } catch (...) {
+    ErrorInRethrow("CharacterSetWrapper.ConvertToText(aBytes)", {Variant(static_cast<int32_t>(bytes.size()))});
+  }
+}
+
+std::string CharacterSetWrapper::ConvertToText(std::string&& bytes) {
+  const std::span<const uint8_t> view(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+  try {
+    if (bytes.size() <= 1) return {};
+    ResolveAutoDetect(view, true);
+    Codec& codec = GetCodec();
+    if (codec.kind != Codec::Kind::kUtf8) return ConvertToText(view);
+    const size_t preamble = TextHasPreamble(view) ? PreambleOf(conversionName_).size() : 0;
+    codec.CheckDecodable(view.subspan(preamble));
+    bytes.erase(0, preamble);
+    return std::move(bytes);
   } catch (...) {
     ErrorInRethrow("CharacterSetWrapper.ConvertToText(aBytes)", {Variant(static_cast<int32_t>(bytes.size()))});
   }

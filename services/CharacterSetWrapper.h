@@ -75,6 +75,9 @@ class CharacterSetWrapper {
   // an empty text. With "autodetect" the set is detected first (9531 when it
   // cannot be).
   std::string ConvertToText(std::span<const uint8_t> bytes);
+  // The same for bytes held in a string, which becomes the text when the set
+  // is UTF-8 (no copy of a large file's contents).
+  std::string ConvertToText(std::string&& bytes);
 
   // --- Streaming, for file streams ----------------------------------------------------
 

@@ -267,9 +267,10 @@ size_t FileSysOpen::ReadAt(uint64_t offset, char* buffer, size_t size) {
   return total;
 }
 
-Bytes FileSysOpen::ReadAll() {
+template <class Buffer>
+Buffer FileSysOpen::ReadWhole() {
   const uint64_t size = Size();
-  Bytes bytes(size);
+  Buffer bytes(size, 0);
   size_t got = size ? ReadAt(0, reinterpret_cast<char*>(bytes.data()), bytes.size()) : 0;
   Check(size == 0 || got > 0, kFileAccessFailed, "Cannot read file [%1]: no data could be read",
         Variant(fileName_));
@@ -277,10 +278,11 @@ Bytes FileSysOpen::ReadAll() {
   return bytes;
 }
 
+Bytes FileSysOpen::ReadAll() { return ReadWhole<Bytes>(); }
+
 std::string FileSysOpen::ReadText() {
   CharacterSetWrapper& charset = Charset();
-  const Bytes bytes = ReadAll();
-  return charset.ConvertToText(bytes);
+  return charset.ConvertToText(ReadWhole<std::string>());
 }
 
 void FileSysOpen::Write(std::span<const uint8_t> bytes) {

@@ -96,6 +96,9 @@ class FileSysOpen {
 
   [[noreturn]] void RaiseSystemError(std::string_view action, int error) const;
   size_t ReadAt(uint64_t offset, char* buffer, size_t size);
+  // The file's bytes from its start, in a Bytes or a std::string.
+  template <class Buffer>
+  Buffer ReadWhole();
   // Writes all of `bytes` at the file position, past the buffer.
   void WriteAll(std::string_view bytes);
   void StartLines();

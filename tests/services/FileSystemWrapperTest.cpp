@@ -231,13 +231,15 @@ TEST(FileSystemWrapperTest, LineBreakOfAText) {
   EXPECT_EQ(FileSystemWrapper::DetectLineDelimiter("abc"), "");
 }
 
-TEST(FileSystemWrapperTest, BadBytesInALineStreamRaise9533) {
+TEST(FileSystemWrapperTest, BadBytesInALineStreamOrAWholeFileRaise9533) {
   TempDir dir;
   WriteFileText(dir / "bad.txt", "good\nbad \xFF\n");
   FileSystemWrapper files;
   const std::string handle = files.OpenTextStream(P(dir, "bad.txt"), false, "utf-8", false);
   std::string line;
   EXPECT_EQ(CatchError([&] { files.ReadLine(handle, line); }).number(), 9533);
+  const std::string whole = files.OpenTextStream(P(dir, "bad.txt"), false, "utf-8", false);
+  EXPECT_EQ(CatchError([&] { files.ReadFile(whole); }).number(), 9533);
 }
 
 // --- Binary streams -------------------------------------------------------------------------
