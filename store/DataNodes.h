@@ -127,22 +127,6 @@ class DataNodes {
     return node != nullptr && node->type == XML_ELEMENT_NODE && node->ns == nullptr && SameLiteral(node->name, name);
   }
   // The string value of a node is not empty: the test [.!=''].
-  // Asks the processor to start loading a record as the factory lays it
-  // out: its node with the fields' nodes after it, and the run of the
-  // fields' attributes. Only a hint: a record laid out otherwise is read
-  // correctly, just without the head start. `record` must be a live node.
-  static void PrefetchRecord(xmlNodePtr record) {
-    if (record == nullptr) return;
-    const char* nodes = reinterpret_cast<const char*>(record);
-    for (size_t offset = 0; offset < kPrefetchNodeBytes; offset += 64) __builtin_prefetch(nodes + offset);
-    if (xmlNodePtr first = record->children; first != nullptr && first->properties != nullptr) {
-      const char* attributes = reinterpret_cast<const char*>(first->properties);
-      for (size_t offset = 0; offset < kPrefetchAttributeBytes; offset += 64) __builtin_prefetch(attributes + offset);
-    }
-  }
-  static constexpr size_t kPrefetchNodeBytes = 48 * sizeof(xmlNode);
-  static constexpr size_t kPrefetchAttributeBytes = 12 * sizeof(xmlAttr);
-
   static bool HasText(xmlNodePtr node);
   // The string value of a node (its text).
   static std::string Text(xmlNodePtr node);

@@ -4,7 +4,6 @@
 #include "core/RuntimeError.h"
 #include "job/TransformDefinition.h"
 #include "store/DataNodes.h"
-#include "store/DataNodes.h"
 #include "store/Transaction.h"
 #include "store/TransactionContext.h"
 #include "store/TransactionFactory.h"
@@ -120,15 +119,8 @@ bool TransactionIterator::EOF_() {
 void TransactionIterator::MoveToPosition() {
   xmlNodePtr node = nullptr;
   if (AtResultLevel()) {
-    const std::vector<xmlNodePtr>& nodes = *resultSet_;
-    if (position_ >= 1 && position_ <= static_cast<int32_t>(nodes.size())) {
-      node = nodes[static_cast<size_t>(position_ - 1)];
-      // Walks go forward and spend a while on each record: the next record is
-      // asked for ahead, and the node of the one after it, so that reading
-      // their fields does not wait for memory.
-      const size_t index = static_cast<size_t>(position_);
-      if (index + 1 < nodes.size()) __builtin_prefetch(nodes[index + 1]);
-      if (index < nodes.size()) DataNodes::PrefetchRecord(nodes[index]);
+    if (position_ >= 1 && position_ <= static_cast<int32_t>(resultSet_->size())) {
+      node = (*resultSet_)[static_cast<size_t>(position_ - 1)];
     }
   } else {
     node = ChildAt(position_);
