@@ -15,7 +15,9 @@
 #include "job/RegistryWrapper.h"
 #include "job/Session.h"
 #include "scripting/EEScriptControl.h"
+#include "scripting/FormulaPlan.h"
 #include "scripting/Functions.h"
+#include "scripting/vbs/CompiledExpression.h"
 #include "scripting/vbs/Engine.h"
 #include "services/FileSystemWrapper.h"
 #include "store/Transaction.h"
@@ -136,6 +138,7 @@ void vbWrapper::Initialize(const std::string& transformId, bool verboseLog, IEve
     }
     transformId_ = transformId;
 
+    plans_.clear();
     engine_ = std::make_unique<vbs::Engine>();
     terminators_ = {"\n", ">", "<", "=", "&", "+", "-", "*", "/", "(", ")", " ", ",", "\""};
     isTerminator_.fill(false);
@@ -194,6 +197,20 @@ Variant vbWrapper::Evaluate(const std::string& evaluation, Transaction* transact
   try {
     if (verboseLog_) WriteVerboseLog("PRERESOLUTION:", evaluation);
     if (functions_) functions_->SetCurrentTransaction(Ref<Transaction>(transaction));
+    // Mostly the formula was parsed before and takes this record's values in
+    // its slots; the text is written out only for a report.
+    if (FormulaPlan* plan = verboseLog_ ? nullptr : PlanFor(evaluation); plan != nullptr && plan->Bind(transaction)) {
+      plan->inUse = true;
+      struct InUse {
+        FormulaPlan& plan;
+        ~InUse() { plan.inUse = false; }
+      } inUse{*plan};
+      return EvaluatePlan(*plan, [&] {
+        ResolveInto(evaluation, transaction, text);
+        resolved = true;
+        return text;
+      });
+    }
     ResolveInto(evaluation, transaction, text);
     resolved = true;
     if (CodeNeedsWrapper(text)) {
@@ -236,6 +253,18 @@ Variant vbWrapper::SimpleEvaluate(const Variant& expression) {
   return EvaluateText(text);
 }
 
+Variant vbWrapper::EvaluatePlan(const FormulaPlan& plan, const std::function<std::string()>& writtenOut) {
+  std::string written;
+  try {
+    return RequireEngine().Eval(plan.Expression(), [&] {
+      written = writtenOut();
+      return written;
+    });
+  } catch (...) {
+    RethrowWithEngineDetails(engine_.get(), "vbWrapper.SimpleEvaluate(vExpression)", {Variant(written)});
+  }
+}
+
 Variant vbWrapper::EvaluateText(std::string_view expression) {
   try {
     return RequireEngine().Eval(expression);
@@ -261,56 +290,95 @@ size_t vbWrapper::BareNameEnd(std::string_view text, size_t from) const {
 // skips behind a replacement are copied with the next piece of text. Where
 // the rules speak of the working text, its parts still to come are those of
 // `evaluation` from the end of the last reference on.
+template <class Sink>
+void vbWrapper::ScanFormula(std::string_view evaluation, Sink& sink) const {
+  const size_t length = evaluation.size();
+  size_t copied = 0;  // evaluation[0, copied) has gone to the sink
+  size_t scan = 0;    // the next '%' is looked for from here
+  while (scan < length) {
+    const size_t percent = evaluation.find('%', scan);
+    if (percent == std::string_view::npos) break;
+    sink.Text(evaluation.substr(copied, percent - copied));
+    // A '%' at the very end has no form to read.
+    if (percent + 1 >= length) ThrowRuntimeError(5);
+
+    size_t referenceEnd;
+    size_t skip;
+    const char first = evaluation[percent + 1];
+    const bool authorQuoted = percent > 0 && evaluation[percent - 1] == '"';
+    if (first == '[') {
+      const size_t close = evaluation.find(']', percent + 2);
+      Check(close != std::string_view::npos, kUnenclosedFieldName, "Unenclosed field name.");
+      sink.Reference(evaluation.substr(percent + 2, close - percent - 2), authorQuoted);
+      referenceEnd = close + 1;
+      skip = 2;
+    } else if (first == '%') {
+      // The escape: the token starts with the second '%' and goes in as a
+      // string literal; no field is read.
+      const size_t end = BareNameEnd(evaluation, percent + 1);
+      sink.Escape(evaluation.substr(percent + 1, end - percent - 1));
+      referenceEnd = end;
+      skip = 1;
+    } else {
+      const size_t end = BareNameEnd(evaluation, percent + 1);
+      sink.Reference(evaluation.substr(percent + 1, end - percent - 1), authorQuoted);
+      referenceEnd = end;
+      skip = 1;
+    }
+    copied = referenceEnd;
+    scan = referenceEnd + skip;
+    // The scan stops when its position reaches the last character.
+    if (scan + 1 == length) break;
+  }
+  if (copied < length) sink.Text(evaluation.substr(copied));
+}
+
 void vbWrapper::ResolveInto(std::string_view evaluation, Transaction* transaction, std::string& out) {
+  struct Writer {
+    vbWrapper& wrapper;
+    Transaction* transaction;
+    std::string& out;
+    void Text(std::string_view text) { out.append(text); }
+    void Reference(std::string_view name, bool authorQuoted) {
+      wrapper.AppendFieldValue(name, transaction, authorQuoted, out);
+    }
+    void Escape(std::string_view word) {
+      out.push_back('"');
+      out.append(word);
+      out.push_back('"');
+    }
+  } writer{*this, transaction, out};
   try {
     out.clear();
-    const size_t length = evaluation.size();
-    size_t copied = 0;  // evaluation[0, copied) is in `out`
-    size_t scan = 0;    // the next '%' is looked for from here
-    while (scan < length) {
-      const size_t percent = evaluation.find('%', scan);
-      if (percent == std::string_view::npos) break;
-      out.append(evaluation.substr(copied, percent - copied));
-      // A '%' at the very end has no form to read.
-      if (percent + 1 >= length) ThrowRuntimeError(5);
-
-      size_t referenceEnd;
-      size_t skip;
-      const char first = evaluation[percent + 1];
-      if (first == '[') {
-        const size_t close = evaluation.find(']', percent + 2);
-        Check(close != std::string_view::npos, kUnenclosedFieldName, "Unenclosed field name.");
-        std::string_view name = evaluation.substr(percent + 2, close - percent - 2);
-        AppendFieldValue(name, transaction, percent > 0 && evaluation[percent - 1] == '"', out);
-        referenceEnd = close + 1;
-        skip = 2;
-      } else if (first == '%') {
-        // The escape: the token starts with the second '%' and goes in as a
-        // string literal; no field is read.
-        const size_t end = BareNameEnd(evaluation, percent + 1);
-        out.push_back('"');
-        out.append(evaluation.substr(percent + 1, end - percent - 1));
-        out.push_back('"');
-        referenceEnd = end;
-        skip = 1;
-      } else {
-        const size_t end = BareNameEnd(evaluation, percent + 1);
-        std::string_view name = evaluation.substr(percent + 1, end - percent - 1);
-        AppendFieldValue(name, transaction, percent > 0 && evaluation[percent - 1] == '"', out);
-        referenceEnd = end;
-        skip = 1;
-      }
-      copied = referenceEnd;
-      scan = referenceEnd + skip;
-      // The scan stops when its position reaches the last character.
-      if (scan + 1 == length) break;
-    }
-    if (copied < length) out.append(evaluation.substr(copied));
+    ScanFormula(evaluation, writer);
   } catch (...) {
     std::string message = BuildCheckMessage("Error resolving formula. %1||", {Variant(ErrShortDescription())});
     RethrowWithDescription(std::move(message), "vbWrapper.ResolveSubstitutions(sEvaluation, oTransaction)",
                            {Variant(evaluation), TransactionArg(transaction)});
   }
+}
+
+FormulaPlan* vbWrapper::PlanFor(const std::string& evaluation) {
+  auto found = plans_.find(evaluation);
+  if (found == plans_.end()) {
+    auto plan = std::make_unique<FormulaPlan>();
+    struct Recorder {
+      FormulaPlan& plan;
+      void Text(std::string_view text) { plan.AddText(text); }
+      void Reference(std::string_view name, bool authorQuoted) { plan.AddReference(name, authorQuoted); }
+      void Escape(std::string_view word) { plan.AddEscape(word); }
+    } recorder{*plan};
+    try {
+      ScanFormula(evaluation, recorder);
+      plan->Compile();
+    } catch (...) {
+      // The scan itself fails: the text reports it, record by record.
+    }
+    if (plans_.size() >= kMaxPlans) plans_.clear();
+    found = plans_.emplace(evaluation, std::move(plan)).first;
+  }
+  FormulaPlan* plan = found->second.get();
+  return plan->Usable() && !plan->inUse ? plan : nullptr;
 }
 
 namespace {
@@ -464,7 +532,9 @@ void vbWrapper::ExposeDataObjects(const std::string& name, Ref<Object> object, b
 }
 
 void vbWrapper::CloseWrapper() {
-  // The engine goes first: it holds the library object too.
+  // The plans go before the engine whose names they hold; the engine goes
+  // before the library object, which it holds too.
+  plans_.clear();
   try {
     engine_.reset();
   } catch (...) {

@@ -31,9 +31,11 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "core/Object.h"
@@ -46,6 +48,7 @@ class Engine;
 }
 
 class FileSystemWrapper;
+class FormulaPlan;
 class Functions;
 class IEvent;
 class Transaction;
@@ -96,9 +99,20 @@ class vbWrapper {
   void WriteVerboseValue(std::string_view label, const Variant& value);
   // SimpleEvaluate of text at hand.
   Variant EvaluateText(std::string_view expression);
+  // The same for a plan with its slots bound; a failure is reported as for
+  // the text `writtenOut` gives.
+  Variant EvaluatePlan(const FormulaPlan& plan, const std::function<std::string()>& writtenOut);
   // Substitution into `out`; on failure `out` holds the text as far as the
   // scan got.
   void ResolveInto(std::string_view evaluation, Transaction* transaction, std::string& out);
+  // The substitution scan: hands `sink` the pieces of `evaluation` in order
+  // (Text, Reference with its name and whether the author quoted it, Escape
+  // with its word); raises as the substitution does.
+  template <class Sink>
+  void ScanFormula(std::string_view evaluation, Sink& sink) const;
+  // The plan of a formula, made on first use; null when the formula has no
+  // usable plan or its plan is running.
+  FormulaPlan* PlanFor(const std::string& evaluation);
   void AppendFieldValue(std::string_view name, Transaction* transaction, bool authorQuoted, std::string& out);
   size_t BareNameEnd(std::string_view text, size_t from) const;
   // True when line `linePos` starts the last statement of `lines`.
@@ -115,6 +129,10 @@ class vbWrapper {
   std::string logHandle_;
   IEvent* event_ = nullptr;
   std::unique_ptr<vbs::Engine> engine_;
+  // Plans of the formulas evaluated so far, by their text. Declared after
+  // the engine, whose names their trees hold, so that they go first.
+  static constexpr size_t kMaxPlans = 512;
+  std::unordered_map<std::string, std::unique_ptr<FormulaPlan>> plans_;
   // The working text of the outermost Evaluate, kept to save an allocation
   // per record.
   std::string buffer_;

@@ -64,6 +64,9 @@ using ExprList = std::vector<ExprPtr>;
 struct LiteralExpr : Expr {
   explicit LiteralExpr(Variant v) : Expr(ExprKind::Literal), value(std::move(v)) {}
   Variant value;
+  // From 0: a slot of a compiled expression, whose value is set before each
+  // evaluation; such a literal is never folded with others.
+  int slot = -1;
 };
 
 // Enclosing: a slot of the frame that ran Execute/Eval (code compiled inside

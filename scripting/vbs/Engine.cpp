@@ -5,6 +5,7 @@
 #include <strings.h>
 
 #include "core/RuntimeError.h"
+#include "scripting/vbs/CompiledExpression.h"
 #include "scripting/vbs/Machine.h"
 #include "scripting/vbs/Parser.h"
 #include "scripting/vbs/ScriptError.h"
@@ -117,6 +118,22 @@ Variant Engine::Run(std::string_view procedureName, std::span<Variant> args) {
     return machine_->CallByName(procedureName, args);
   } catch (...) {
     Fail({}, false);
+  }
+}
+
+Variant Engine::Eval(const CompiledExpression& expression, const std::function<std::string()>& writtenOut) {
+  error_.number_ = 0;
+  machine_->BeginEntry();
+  try {
+    return machine_->Evaluate(expression.Tree());
+  } catch (...) {
+    std::string text;
+    try {
+      text = writtenOut();
+    } catch (...) {
+      // The report shows no line rather than losing the failure itself.
+    }
+    Fail(text, true);
   }
 }
 

@@ -30,6 +30,7 @@
 
 namespace tessel::vbs {
 
+class CompiledExpression;
 class Machine;
 
 // The last failure of an engine.
@@ -85,6 +86,10 @@ class Engine {
   void ExecuteStatement(std::string_view code);
   // Evaluates one expression in the global module.
   Variant Eval(std::string_view expression);
+  // Evaluates a compiled expression, its slots set, in the global module. A
+  // failure is reported as Eval reports it for the text `writtenOut` gives:
+  // the expression with its slots written out, made only when needed.
+  Variant Eval(const CompiledExpression& expression, const std::function<std::string()>& writtenOut);
   // Calls a global Sub or Function; arguments are passed by reference.
   Variant Run(std::string_view procedureName, std::span<Variant> args = {});
 

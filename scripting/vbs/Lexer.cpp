@@ -321,6 +321,12 @@ void Lexer::Next(Token& t) {
       if (pos_ + 1 < src_.size() && std::isdigit(static_cast<unsigned char>(src_[pos_ + 1])))
         return LexNumber(t);
       return single(TokenKind::Dot);
+    case '\x01':
+      if (allowSlots_ && pos_ + 1 < src_.size() && src_[pos_ + 1] != '\0') {
+        t.integer = static_cast<unsigned char>(src_[pos_ + 1]) - 1;
+        return single(TokenKind::Slot, 2);
+      }
+      break;
     case '[': {
       size_t p = pos_ + 1;
       while (p < src_.size() && src_[p] != ']' && src_[p] != '\r' && src_[p] != '\n') ++p;

@@ -19,6 +19,11 @@ class Lexer {
   // counting from where the caller says).
   explicit Lexer(std::string_view source, int firstLine = 1);
 
+  // Reads the byte 0x01 followed by a byte n (1 to 255) as a Slot token
+  // numbered n - 1. Off by default: the byte is then an invalid character,
+  // as in any script.
+  void AllowSlots() { allowSlots_ = true; }
+
   // Reads the next token into `token` (reused by the caller to keep its
   // string buffer).
   void Next(Token& token);
@@ -43,6 +48,7 @@ class Lexer {
   size_t pos_ = 0;
   size_t lineStart_ = 0;
   int line_;
+  bool allowSlots_ = false;
 };
 
 }  // namespace tessel::vbs

@@ -47,8 +47,10 @@ struct ProcContext {
 
 class ParserImpl {
  public:
-  ParserImpl(std::string_view source, int firstLine, const EnclosingScope* enclosing, ExprArena* arena = nullptr)
-      : lex_(source, firstLine), enclosing_(enclosing), arena_(arena) {
+  ParserImpl(std::string_view source, int firstLine, const EnclosingScope* enclosing, ExprArena* arena = nullptr,
+             std::vector<LiteralExpr*>* slots = nullptr)
+      : lex_(source, firstLine), enclosing_(enclosing), arena_(arena), slots_(slots) {
+    if (slots_ != nullptr) lex_.AllowSlots();
     Advance();
   }
 
@@ -1212,7 +1214,7 @@ class ParserImpl {
       const int line = tok_.line, column = tok_.column;
       Advance();
       ExprPtr right = op == BinaryOp::Pow ? ParsePowOperand() : ParseExpr(prec + 1);
-      if (op == BinaryOp::Concat && left->kind == ExprKind::Literal && right->kind == ExprKind::Literal) {
+      if (op == BinaryOp::Concat && IsConstant(*left) && IsConstant(*right)) {
         const Variant& a = static_cast<LiteralExpr&>(*left).value;
         const Variant& b = static_cast<LiteralExpr&>(*right).value;
         if (IsFixedText(a) && IsFixedText(b) &&
@@ -1234,7 +1236,7 @@ class ParserImpl {
   }
 
   ExprPtr MakeUnary(UnaryOp op, ExprPtr operand, int line, int column) {
-    if (operand->kind == ExprKind::Literal) {
+    if (IsConstant(*operand)) {
       auto* lit = static_cast<LiteralExpr*>(operand.get());
       try {
         if (op == UnaryOp::Neg && lit->value.IsNumericType()) {
@@ -1258,7 +1260,7 @@ class ParserImpl {
   ExprPtr MakeBinary(BinaryOp op, ExprPtr left, ExprPtr right, int line, int column) {
     // Arithmetic on two literal numbers is done here; a failure (division by
     // zero, overflow) is left for run time so that it is raised there.
-    if (left->kind == ExprKind::Literal && right->kind == ExprKind::Literal) {
+    if (IsConstant(*left) && IsConstant(*right)) {
       auto* a = static_cast<LiteralExpr*>(left.get());
       auto* b = static_cast<LiteralExpr*>(right.get());
       // Joining texts and whole numbers gives the same text whenever it is
@@ -1302,6 +1304,11 @@ class ParserImpl {
     return e;
   }
 
+  // A literal whose value is known now (a slot's value comes later).
+  static bool IsConstant(const Expr& e) {
+    return e.kind == ExprKind::Literal && static_cast<const LiteralExpr&>(e).slot < 0;
+  }
+
   static bool IsFixedText(const Variant& v) {
     return v.IsString() || v.Type() == VarType::Integer || v.Type() == VarType::Long;
   }
@@ -1327,6 +1334,15 @@ class ParserImpl {
         return Literal(Variant::FromString(std::move(tok_.text)));
       case TokenKind::Date:
         return Literal(Variant::FromDate(tok_.number));
+      case TokenKind::Slot: {
+        auto slot = New<LiteralExpr>(Variant());
+        slot->line = tok_.line;
+        slot->column = tok_.column;
+        slot->slot = static_cast<int>(tok_.integer);
+        slots_->push_back(slot.get());
+        Advance();
+        return slot;
+      }
       case TokenKind::LParen: {
         auto paren = Node<ParenExpr>();
         Advance();
@@ -1480,6 +1496,7 @@ class ParserImpl {
   bool hasPeek_ = false;
   const EnclosingScope* enclosing_;
   ExprArena* arena_;
+  std::vector<LiteralExpr*>* slots_;  // where slots go; null when the text may have none
   Code* code_ = nullptr;
   ProcContext* ctx_ = nullptr;
   int singleLineIf_ = 0;
@@ -1502,6 +1519,11 @@ std::unique_ptr<Code> Parser::ParseProgram(std::string source, int firstLine,
 
 ExprPtr Parser::ParseExpression(std::string_view source, const EnclosingScope* enclosing, ExprArena* arena) {
   ParserImpl impl(source, 1, enclosing, arena);
+  return impl.ParseExpressionOnly();
+}
+
+ExprPtr Parser::ParseTemplate(std::string_view source, std::vector<LiteralExpr*>& slots) {
+  ParserImpl impl(source, 1, nullptr, nullptr, &slots);
   return impl.ParseExpressionOnly();
 }
 

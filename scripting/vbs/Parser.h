@@ -13,6 +13,7 @@
 #include <string_view>
 
 #include <unordered_map>
+#include <vector>
 
 #include "scripting/vbs/Code.h"
 
@@ -41,6 +42,12 @@ class Parser {
   // arena is Reset.
   static ExprPtr ParseExpression(std::string_view source, const EnclosingScope* enclosing = nullptr,
                                  ExprArena* arena = nullptr);
+
+  // An expression in which the byte 0x01 and a byte n stand for a value to
+  // be supplied later (see Lexer::AllowSlots): each such slot becomes a
+  // LiteralExpr numbered n - 1, added to `slots` in the order of the text,
+  // and is never folded with other literals. Nodes are on the heap.
+  static ExprPtr ParseTemplate(std::string_view source, std::vector<LiteralExpr*>& slots);
 };
 
 }  // namespace tessel::vbs

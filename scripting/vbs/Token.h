@@ -41,6 +41,7 @@ enum class TokenKind : uint8_t {
   Le,
   Gt,
   Ge,
+  Slot,  // a value supplied later, in `integer` its number (compiled expressions only)
 };
 
 // Reserved words. Words the language only recognises in one place (Get, Let,

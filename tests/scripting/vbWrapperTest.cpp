@@ -5,7 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <functional>
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "audit/HuntErr.h"
 #include "core/Error.h"
@@ -104,6 +107,50 @@ TEST_F(ScriptHostTest, EmptyAndUnsetValues) {
   EXPECT_EQ(Resolve("%Name & \"-\""), "\"\" & \"-\"");
   EXPECT_EQ(Resolve("%Qty + 1"), "0 + 1");
   EXPECT_EQ(Resolve("\"%Name\""), "\"\"\"\"");
+}
+
+// A formula is parsed once and takes each record's values; whatever the
+// values, the result (or the error) is the one the written-out text gives.
+TEST_F(ScriptHostTest, AFormulaGivesWhatItsWrittenOutTextGivesForEveryRecord) {
+  const std::vector<std::string> formulas = {
+      "%Amount*2", "-%Qty^2", "-%Amount", "%Name = 5", "%Qty = \"12\"", "%Name & %Qty", "UCase(%Name)",
+      "Len(%Name)", "\"a\" & %Name & \"b\"", "%Qty&\"x\"", "%Name<>\"\"", "(%Amount+%Qty)/2",
+      "IIf(%Qty > 10, \"big\", \"small\")", "%[Full Name] & \"!\"", "%Amount\\2", "%Amount Mod 3",
+      "Not %Qty", "%Qty.5", "%Name(1)", "1 + 2", "%Amount+%Amount", "\"%Name\"", "%Name%Qty", "%Name'note",
+      "#%Name#", "%Qty & %%Name", "TypeName(%Qty)", "TypeName(%Amount)", "%Name Is Nothing", "[%Name]",
+      "%Amount<%Qty", "%Name & \"\x01\x02\""};
+  const std::vector<std::string> names = {"Smith", "", "O\"Neil", "5", "12.5", "a\rb", "line1\nline2",
+                                          "#1/1/2020#", "x'y", "%Qty", "\x01\x02", "\"", "Caf\xC3\xA9"};
+  const std::vector<std::string> numbers = {"21", "-5", "12.5", ".5", "1e3", "1E+3", "007", "40000",
+                                            "2147483648", "abc", "", "12abc", "&H10", "1.2.3", " 12", "3"};
+  auto outcome = [](const std::function<Variant()>& run) {
+    try {
+      const Variant value = run();
+      return value.TypeName() + ":" + (value.IsArray() || value.IsObject() ? "" : value.ToString());
+    } catch (const Error& e) {
+      return "error " + std::to_string(e.number());
+    }
+  };
+  size_t compared = 0;
+  for (size_t row = 0; row < names.size() * 3; ++row) {
+    order->UnsetField("Name");
+    order->UnsetField("Full Name");
+    order->UnsetField("Amount");
+    order->UnsetField("Qty");
+    order->SetFieldValue("Name", Variant(names[row % names.size()]));
+    order->SetFieldValue("Full Name", Variant(names[(row + 5) % names.size()]));
+    order->SetFieldValue("Amount", Variant(numbers[row % numbers.size()]));
+    order->SetFieldValue("Qty", Variant(numbers[(row * 7 + 3) % numbers.size()]));
+    for (const std::string& formula : formulas) {
+      const std::string planned = outcome([&] { return Eval(formula); });
+      const std::string written = outcome([&] { return Host().SimpleEvaluate(Variant(Resolve(formula))); });
+      EXPECT_EQ(planned, written) << formula << " with Name [" << names[row % names.size()] << "], Amount ["
+                                  << numbers[row % numbers.size()] << "], Qty ["
+                                  << numbers[(row * 7 + 3) % numbers.size()] << "]";
+      ++compared;
+    }
+  }
+  EXPECT_EQ(compared, formulas.size() * names.size() * 3);
 }
 
 TEST_F(ScriptHostTest, PercentEscapesAndValuesAreNotScannedAgain) {

@@ -1,0 +1,115 @@
+#include "scripting/FormulaPlan.h"
+
+#include <cstring>
+
+#include "core/Variant.h"
+#include "scripting/vbs/CompiledExpression.h"
+#include "store/Transaction.h"
+
+namespace tessel {
+namespace {
+
+constexpr int16_t kStringFieldType = 3;
+constexpr char kSlotMarker = '\x01';
+
+// Characters that end any token before them and start none that could take
+// in a number written next to them.
+bool NumberMayTouch(char c) {
+  switch (c) {
+    case ' ': case '\t': case '(': case ')': case ',': case '+': case '-': case '*':
+    case '/': case '\\': case '^': case '=': case '<': case '>': case '&':
+      return true;
+    default:
+      return false;
+  }
+}
+
+// A quoted value ends where its closing quote is not doubled, and starts a
+// token of its own unless a quote, date or bracketed name is open before it.
+bool StringMayFollow(char c) { return c != '"' && c != '#' && c != '['; }
+bool StringMayPrecede(char c) { return c != '"'; }
+
+}  // namespace
+
+FormulaPlan::FormulaPlan() = default;
+FormulaPlan::~FormulaPlan() = default;
+
+void FormulaPlan::AddText(std::string_view text) {
+  if (text.empty()) return;
+  if (lastWasReference_) {
+    Reference& last = references_.back();
+    last.numberFits = last.numberFits && NumberMayTouch(text.front());
+    last.stringFits = last.stringFits && StringMayPrecede(text.front());
+  }
+  template_.append(text);
+  lastWasReference_ = false;
+}
+
+void FormulaPlan::AddReference(std::string_view field, bool authorQuoted) {
+  if (references_.size() >= kMaxReferences) fits_ = false;
+  Reference reference;
+  reference.field = std::string(field);
+  if (!authorQuoted && !lastWasReference_) {
+    const bool atStart = template_.empty();
+    reference.numberFits = atStart || NumberMayTouch(template_.back());
+    reference.stringFits = atStart || StringMayFollow(template_.back());
+  }
+  if (lastWasReference_) references_.back().numberFits = references_.back().stringFits = false;
+  template_.push_back(kSlotMarker);
+  template_.push_back(static_cast<char>(references_.size() + 1));
+  references_.push_back(std::move(reference));
+  lastWasReference_ = true;
+}
+
+void FormulaPlan::AddEscape(std::string_view word) {
+  std::string written;
+  written.reserve(word.size() + 2);
+  written.push_back('"');
+  written.append(word);
+  written.push_back('"');
+  AddText(written);
+}
+
+void FormulaPlan::Compile() {
+  expression_.reset();
+  if (!fits_ || template_.find('\n') != std::string::npos) return;
+  try {
+    auto expression = std::make_unique<vbs::CompiledExpression>(template_);
+    if (expression->HasSlots(references_.size())) expression_ = std::move(expression);
+  } catch (...) {
+    // Not an expression as it stands (or its values would have to make it
+    // one): the text shows what it is, record by record.
+  }
+}
+
+bool FormulaPlan::Bind(Transaction* record) {
+  if (references_.empty()) return true;
+  if (record == nullptr) return false;
+  try {
+    for (size_t i = 0; i < references_.size(); ++i) {
+      const Reference& reference = references_[i];
+      if (!reference.stringFits && !reference.numberFits) return false;
+      const char* text = record->SingleValueText(reference.field);
+      if (text == nullptr) {
+        // No value is written as "" whatever the type; several values, or no
+        // such field, are for the text to tell.
+        if (!reference.stringFits) return false;
+        const Variant values = record->GetFieldValues(reference.field, 0);
+        if (!values.IsEmpty() && !(values.IsString() && values.StringValue().empty())) return false;
+        expression_->SetSlot(i, Variant(std::string()));
+      } else if (record->GetType(reference.field) == kStringFieldType) {
+        if (!reference.stringFits || std::strpbrk(text, "\r\n") != nullptr) return false;
+        expression_->SetSlot(i, Variant(std::string(text)));
+      } else {
+        Variant number;
+        if (!reference.numberFits || !vbs::CompiledExpression::NumberLiteral(text, number)) return false;
+        expression_->SetSlot(i, std::move(number));
+      }
+    }
+    return true;
+  } catch (...) {
+    return false;
+  }
+}
+
+}  // namespace tessel

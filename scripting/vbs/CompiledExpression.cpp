@@ -1,0 +1,47 @@
+#include "scripting/vbs/CompiledExpression.h"
+
+#include <algorithm>
+#include <cctype>
+
+#include "scripting/vbs/Lexer.h"
+#include "scripting/vbs/Parser.h"
+
+namespace tessel::vbs {
+
+CompiledExpression::CompiledExpression(std::string_view templateText)
+    : tree_(Parser::ParseTemplate(templateText, slots_)) {
+  std::sort(slots_.begin(), slots_.end(),
+            [](const LiteralExpr* a, const LiteralExpr* b) { return a->slot < b->slot; });
+}
+
+bool CompiledExpression::NumberLiteral(std::string_view text, Variant& value) {
+  if (text.empty() || !(std::isdigit(static_cast<unsigned char>(text.front())) || text.front() == '.')) return false;
+  try {
+    Lexer lexer(text);
+    Token token;
+    lexer.Next(token);
+    if (token.source.size() != text.size()) return false;
+    if (token.kind == TokenKind::Integer) {
+      value = token.isLong ? Variant::FromLong(static_cast<int32_t>(token.integer))
+                           : Variant::FromInteger(static_cast<int16_t>(token.integer));
+      return true;
+    }
+    if (token.kind == TokenKind::Double) {
+      value = Variant::FromDouble(token.number);
+      return true;
+    }
+  } catch (...) {
+    // Not a number the language reads.
+  }
+  return false;
+}
+
+bool CompiledExpression::HasSlots(size_t count) const {
+  if (slots_.size() != count) return false;
+  for (size_t i = 0; i < count; ++i) {
+    if (slots_[i]->slot != static_cast<int>(i)) return false;
+  }
+  return true;
+}
+
+}  // namespace tessel::vbs
