@@ -120,16 +120,41 @@ void TransformMap::OpenTransactionSelector() {
   }
 }
 
-void TransformMap::PerformTransform() {
-  static const std::unordered_set<std::string> kNoFields;
-  static const std::unordered_map<std::string, std::string> kNoFormulas;
-  walk_->Run([&](Transaction& record, const std::string& recordId, bool&) {
-    auto evaluatedAt = evaluated_.find(recordId);
-    auto formulasAt = formulas_.find(recordId);
-    const std::unordered_set<std::string>& evaluated = evaluatedAt == evaluated_.end() ? kNoFields : evaluatedAt->second;
-    const std::unordered_map<std::string, std::string>& formulas =
-        formulasAt == formulas_.end() ? kNoFormulas : formulasAt->second;
+const std::vector<TransformMap::FormulaStep>* TransformMap::StepsFor(Transaction& record,
+                                                                    const std::string& recordId) {
+  if (auto found = steps_.find(recordId); found != steps_.end()) return &found->second;
+  std::vector<FormulaStep> steps;
+  if (!CollectSteps(record, recordId, steps, false)) return nullptr;
+  return &steps_.emplace(recordId, std::move(steps)).first->second;
+}
 
+bool TransformMap::CollectSteps(Transaction& record, const std::string& recordId, std::vector<FormulaStep>& steps,
+                                bool reportFailures) {
+  auto evaluatedAt = evaluated_.find(recordId);
+  auto formulasAt = formulas_.find(recordId);
+  bool complete = true;
+  const int32_t fieldCount = record.FieldCount();
+  for (int32_t f = 1; f <= fieldCount; ++f) {
+    std::string field;
+    try {
+      field = record.FieldName(f);
+    } catch (...) {
+      if (!reportFailures) return false;
+      walk_->Handle(&record);
+      complete = false;
+      continue;
+    }
+    if (formulasAt == formulas_.end()) continue;
+    auto formula = formulasAt->second.find(field);
+    if (formula == formulasAt->second.end()) continue;
+    const bool evaluated = evaluatedAt != evaluated_.end() && evaluatedAt->second.count(field) != 0;
+    steps.push_back(FormulaStep{std::move(field), &formula->second, evaluated});
+  }
+  return complete;
+}
+
+void TransformMap::PerformTransform() {
+  walk_->Run([&](Transaction& record, const std::string& recordId, bool&) {
     bool empty = false;
     try {
       empty = record.IsEmpty();
@@ -143,38 +168,36 @@ void TransformMap::PerformTransform() {
       } catch (...) {
         walk_->Handle(&record, true);
       }
-    } else {
-      const int32_t fieldCount = record.FieldCount();
-      for (int32_t f = 1; f <= fieldCount; ++f) {
-        std::string field;
-        try {
-          field = record.FieldName(f);
-        } catch (...) {
-          walk_->Handle(&record);
-          continue;
+      return;
+    }
+    const std::vector<FormulaStep>* steps = StepsFor(record, recordId);
+    std::vector<FormulaStep> ownSteps;
+    if (steps == nullptr) {
+      // A name that cannot be read is reported for this record, and the
+      // fields that can be read are mapped all the same.
+      CollectSteps(record, recordId, ownSteps, true);
+      steps = &ownSteps;
+    }
+    for (const FormulaStep& step : *steps) {
+      std::string text;
+      try {
+        if (step.evaluated) {
+          text = script_->Evaluate(*step.formula, &record, step.field, false).ToString();
+        } else if (!step.formula->empty()) {
+          text = script_->ResolveSubstitutions(*step.formula, &record);
         }
-        std::string text;
-        if (auto formula = formulas.find(field); formula != formulas.end()) text = formula->second;
-        try {
-          if (evaluated.count(field) != 0) {
-            text = script_->Evaluate(text, &record, field, false).ToString();
-          } else if (!text.empty()) {
-            text = script_->ResolveSubstitutions(text, &record);
-          }
-        } catch (...) {
-          // Going on, the field receives the formula's own text.
-          walk_->Handle(&record);
-        }
-        try {
-          if (!text.empty()) record.SetFieldValue(field, Variant(text), true);
-        } catch (...) {
-          walk_->Handle(&record);
-        }
+      } catch (...) {
+        // Going on, the field receives the formula's own text.
+        walk_->Handle(&record);
+        text = *step.formula;
+      }
+      try {
+        if (!text.empty()) record.SetFieldValue(step.field, Variant(std::move(text)), true);
+      } catch (...) {
+        walk_->Handle(&record);
       }
     }
   });
 }
-
-
 
 }  // namespace tessel

@@ -31,6 +31,7 @@
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
+#include <vector>
 
 #include "job/ITransformController.h"
 #include "transforms/RecordTreeWalk.h"
@@ -62,9 +63,27 @@ class TransformMap : public ITransformController {
   void OpenTransactionSelector();
   void PerformTransform();
 
+  // A field of a record type that has a formula, in the order the record's
+  // fields are visited.
+  struct FormulaStep {
+    std::string field;
+    const std::string* formula;  // in formulas_
+    bool evaluated;
+  };
+  // The steps of the record's type, worked out on its first record; null
+  // when a field name could not be read (each record then goes through
+  // its fields itself and reports the failure).
+  const std::vector<FormulaStep>* StepsFor(Transaction& record, const std::string& recordId);
+  // The steps of the record's type into `steps`; false when a field name
+  // could not be read, which with `reportFailures` is reported for the
+  // record and skipped.
+  bool CollectSteps(Transaction& record, const std::string& recordId, std::vector<FormulaStep>& steps,
+                    bool reportFailures);
+
   // Per record id: the fields evaluated as script, and the formulas.
   std::unordered_map<std::string, std::unordered_set<std::string>> evaluated_;
   std::unordered_map<std::string, std::unordered_map<std::string, std::string>> formulas_;
+  std::unordered_map<std::string, std::vector<FormulaStep>> steps_;
   std::string transformId_;
   std::shared_ptr<tessel::TransformDefinition> definition_;
   std::shared_ptr<tessel::TransformDefinition> previous_;
