@@ -255,6 +255,28 @@ xmlNodePtr DataNodes::ClonePlain(xmlDocPtr doc, xmlNodePtr source) {
   return copy;
 }
 
+xmlNodePtr DataNodes::NewPlainField(xmlDocPtr doc, const xmlChar* fieldElement, const xmlChar* valuesElement,
+                                    const xmlChar* nameAttribute, std::string_view fieldName) {
+  xmlNodePtr field = PlainElement(doc, fieldElement);
+  try {
+    xmlAttrPtr attribute = PlainAttribute(field, nameAttribute, nullptr);
+    xmlNodePtr text = NewSharedText(fieldName);
+    // A shared text keeps no parent: it may have many.
+    if (text == nullptr) {
+      text = NewText(doc, fieldName, true, true);
+      text->parent = reinterpret_cast<xmlNodePtr>(attribute);
+    }
+    attribute->children = attribute->last = text;
+    xmlNodePtr values = PlainElement(doc, valuesElement);
+    values->parent = field;
+    field->children = field->last = values;
+  } catch (...) {
+    xmlFreeNode(field);
+    throw;
+  }
+  return field;
+}
+
 bool DataNodes::HasText(xmlNodePtr node) {
   if (node == nullptr) return false;
   switch (node->type) {

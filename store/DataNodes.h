@@ -137,7 +137,11 @@ class DataNodes {
   // Frees an unlinked node with all below it, as xmlFreeNode does, without
   // asking the dictionary again for every name it has answered for.
   static void FreeTree(xmlNodePtr node);
-
+  // A FIELD named `fieldName` holding one empty VALUES, as the factory makes
+  // fields, from element and attribute names the dictionary of `doc` owns;
+  // for plain construction only (see PlainConstruction).
+  static xmlNodePtr NewPlainField(xmlDocPtr doc, const xmlChar* fieldElement, const xmlChar* valuesElement,
+                                  const xmlChar* nameAttribute, std::string_view fieldName);
 
  private:
   // CloneElement within one dictionary and without node callbacks.

@@ -138,7 +138,7 @@ void Transaction::SetData(xmlNodePtr node) {
   try {
     data_ = node;
     lastField_ = nullptr;
-    valueNameDoc_ = nullptr;
+    namesDoc_ = nullptr;
     if (data_ == nullptr) return;
     xmlAttrPtr stamp = DataNodes::FindAttribute(data_, "timestamp");
     const char* single = stamp != nullptr ? DataNodes::SingleText(stamp) : nullptr;
@@ -157,8 +157,7 @@ void Transaction::Recycle() {
   data_ = nullptr;
   lastField_ = nullptr;
   metaHint_ = 0;
-  valueNameDoc_ = nullptr;
-  valueName_ = nullptr;
+  namesDoc_ = nullptr;
   plain_ = false;
   wrapper_.reset();
   ownDocument_.reset();
@@ -497,7 +496,7 @@ void Transaction::StoreFieldValue(std::string_view name, const Variant* value, s
   const FieldMetaData& meta = Meta(name);
   xmlNodePtr field = FindField(name);
   if (field == nullptr) {
-    field = TransactionFactory::InitFldNode(data_->doc, name);
+    field = NewFieldNode(name);
     // FIELDs stand before the RECORDS of child records.
     xmlNodePtr before = DataNodes::FirstChildElement(data_, "RECORDS");
     if (before != nullptr) xmlAddPrevSibling(before, field); else xmlAddChild(data_, field);
@@ -568,17 +567,34 @@ void Transaction::StoreFieldValue(std::string_view name, const Variant* value, s
   NotifyChange();
 }
 
+const xmlChar* Transaction::DocumentName(xmlDocPtr doc, std::string_view literal, const xmlChar*& cached) {
+  if (doc != namesDoc_) {
+    namesDoc_ = doc;
+    valueName_ = valuesName_ = fieldName_ = nameAttributeName_ = nullptr;
+    plain_ = DataNodes::PlainConstruction();
+  }
+  if (cached == nullptr && doc != nullptr && doc->dict != nullptr) {
+    cached = xmlDictLookup(doc->dict, reinterpret_cast<const xmlChar*>(literal.data()), static_cast<int>(literal.size()));
+  }
+  return cached;
+}
+
+xmlNodePtr Transaction::NewFieldNode(std::string_view fieldName) {
+  xmlDocPtr doc = data_->doc;
+  const xmlChar* field = DocumentName(doc, "FIELD", fieldName_);
+  const xmlChar* values = DocumentName(doc, "VALUES", valuesName_);
+  const xmlChar* name = DocumentName(doc, "name", nameAttributeName_);
+  if (!plain_ || field == nullptr || values == nullptr || name == nullptr) {
+    return TransactionFactory::InitFldNode(doc, fieldName);
+  }
+  return DataNodes::NewPlainField(doc, field, values, name, fieldName);
+}
+
 xmlNodePtr Transaction::NewValueNode(xmlDocPtr doc) {
   // The element name is looked up in the document's dictionary once per
   // view and document rather than once per value.
-  if (doc != valueNameDoc_) {
-    valueName_ = doc != nullptr && doc->dict != nullptr
-                     ? xmlDictLookup(doc->dict, reinterpret_cast<const xmlChar*>("VALUE"), 5)
-                     : nullptr;
-    valueNameDoc_ = doc;
-    plain_ = DataNodes::PlainConstruction();
-  }
-  if (valueName_ != nullptr) return DataNodes::NewElement(doc, valueName_, plain_);
+  const xmlChar* valueName = DocumentName(doc, "VALUE", valueName_);
+  if (valueName != nullptr) return DataNodes::NewElement(doc, valueName, plain_);
   xmlNodePtr node = xmlNewDocNode(doc, nullptr, reinterpret_cast<const xmlChar*>("VALUE"), nullptr);
   if (node == nullptr) throw std::bad_alloc();
   return node;

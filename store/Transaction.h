@@ -151,6 +151,12 @@ class Transaction : public Object {
   xmlNodePtr FindField(std::string_view fieldName);
   // A new VALUE element of `doc`, not linked.
   xmlNodePtr NewValueNode(xmlDocPtr doc);
+  // A new FIELD of the data node's document as the factory makes fields,
+  // not linked.
+  xmlNodePtr NewFieldNode(std::string_view fieldName);
+  // `literal` as the dictionary of `doc` holds it, kept in `cached` for as
+  // long as the view works on that document; null without a dictionary.
+  const xmlChar* DocumentName(xmlDocPtr doc, std::string_view literal, const xmlChar*& cached);
   xmlNodePtr GetMetaDataField(std::string_view fieldName);
   xmlNodePtr GetValuesNode(xmlNodePtr field);
   int32_t GetValueCount(xmlNodePtr field);
@@ -171,9 +177,14 @@ class Transaction : public Object {
   xmlNodePtr data_ = nullptr;
   xmlNodePtr lastField_ = nullptr;  // where the next field search starts; a FIELD of data_
   size_t metaHint_ = 0;             // where the next field dictionary search starts
-  xmlDocPtr valueNameDoc_ = nullptr;  // the document whose dictionary gave valueName_
+  // Element and attribute names as the data document's dictionary holds
+  // them, looked up once per document the view works on.
+  xmlDocPtr namesDoc_ = nullptr;  // the document whose dictionary gave the names
   const xmlChar* valueName_ = nullptr;
-  bool plain_ = false;  // DataNodes::PlainConstruction(), asked with valueName_
+  const xmlChar* valuesName_ = nullptr;
+  const xmlChar* fieldName_ = nullptr;
+  const xmlChar* nameAttributeName_ = nullptr;
+  bool plain_ = false;  // DataNodes::PlainConstruction(), asked with the names
   Ref<XMLWrapper> wrapper_;
   Ref<XMLWrapper> ownDocument_;
   std::weak_ptr<TransactionFactory> factory_;

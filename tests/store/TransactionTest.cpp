@@ -236,13 +236,41 @@ TEST_F(TransactionTest, FieldsAreFoundInAnyOrderAndShape) {
   }
 }
 
+// The field is made as the factory makes fields and goes after the others,
+// before the records of child types; the document saves as if it had always
+// been there.
 TEST_F(TransactionTest, AFieldMissingFromTheRecordIsMadeWhenWritten) {
-  xmlNodePtr field = factory->Data()->GetNodeFromXPath("FIELD[@name='QTY']", order->Data());
-  xmlUnlinkNode(field);
-  xmlFreeNode(field);
+  auto context = TopContext(*factory, true);
+  factory->AddTransaction(*order, *context);
+  Ref<Transaction> line = factory->CreateTransaction("LINE");
+  factory->AddTransaction(*line, *context);
+  for (const char* name : {"QTY", "NUMBER"}) {
+    xmlNodePtr field = factory->Data()->GetNodeFromXPath(std::string("FIELD[@name='") + name + "']", order->Data());
+    xmlUnlinkNode(field);
+    xmlFreeNode(field);
+  }
   EXPECT_EQ(order->GetFieldValues("QTY").LongValue(), 0);
   order->SetFieldValue("QTY", Variant("3"));
+  order->SetFieldValue("NUMBER", Variant("n\"1"));
   EXPECT_EQ(order->GetFieldValues("QTY").ToString(), "3");
+  EXPECT_EQ(order->GetFieldValues("NUMBER").ToString(), "n\"1");
+  std::vector<std::string> children;
+  for (xmlNodePtr c = order->Data()->children; c != nullptr; c = c->next) {
+    xmlAttrPtr name = DataNodes::FindAttribute(c, "name");
+    children.push_back(std::string(reinterpret_cast<const char*>(c->name)) +
+                       (name != nullptr ? " " + DataNodes::AttributeValue(name) : ""));
+  }
+  ASSERT_GE(children.size(), 3u);
+  EXPECT_EQ(children[children.size() - 3], "FIELD QTY");
+  EXPECT_EQ(children[children.size() - 2], "FIELD NUMBER");
+  EXPECT_EQ(children.back(), "RECORDS");
+  xmlNodePtr made = factory->Data()->GetNodeFromXPath("FIELD[@name='NUMBER']", order->Data());
+  EXPECT_EQ(XMLWrapper::NodeXml(made), "<FIELD name=\"NUMBER\"><VALUES><VALUE>n\"1</VALUE></VALUES></FIELD>");
+  // Saved and read back, the record is the same.
+  auto copy = MakeRef<XMLWrapper>();
+  copy->LoadXML(factory->Data()->ToString());
+  EXPECT_EQ(XMLWrapper::NodeXml(copy->GetNodeFromXPath("/DATA/RECORDS/RECORD/FIELD[@name='NUMBER']")),
+            XMLWrapper::NodeXml(made));
 }
 
 TEST_F(TransactionTest, FieldNamesFollowTheDefinition) {
