@@ -72,56 +72,53 @@ std::string FormatFloat(double value, int sig) {
   if (!std::isnormal(value)) {
     res = std::to_chars(buf, buf + sizeof buf, value, std::chars_format::scientific, sig - 1);
   } else {
-    std::string_view shortest(buf, static_cast<size_t>(res.ptr - buf));
-    const size_t mantissaEnd = shortest.find('e');
-    size_t digitCount = 0;
-    for (char c : shortest.substr(0, mantissaEnd)) digitCount += (c >= '0' && c <= '9') ? 1 : 0;
-    if (digitCount > static_cast<size_t>(sig)) {
-      res = std::to_chars(buf, buf + sizeof buf, value, std::chars_format::scientific, sig - 1);
-    }
+    int digitCount = 0;
+    for (const char* p = buf; p < res.ptr && *p != 'e'; ++p) digitCount += (*p >= '0' && *p <= '9') ? 1 : 0;
+    if (digitCount > sig) res = std::to_chars(buf, buf + sizeof buf, value, std::chars_format::scientific, sig - 1);
   }
   // buf: [-]d.ddddde[+-]xx
-  std::string_view s(buf, static_cast<size_t>(res.ptr - buf));
-  bool negative = s[0] == '-';
-  if (negative) s.remove_prefix(1);
-  size_t e = s.find('e');
-  std::string digits;
-  for (char c : s.substr(0, e))
-    if (c != '.') digits.push_back(c);
-  int exp = 0;
-  std::string_view es = s.substr(e + 1);
-  bool expNegative = !es.empty() && es[0] == '-';
-  for (char c : es)
-    if (c >= '0' && c <= '9') exp = exp * 10 + (c - '0');
-  if (expNegative) exp = -exp;
-  while (digits.size() > 1 && digits.back() == '0') digits.pop_back();
-  int n = static_cast<int>(digits.size());
-  std::string out = negative ? "-" : "";
-  bool scientific = exp >= sig || exp < -4 || (exp < 0 && (-exp + n - 1) > sig);
-  if (scientific) {
-    out += digits[0];
-    if (n > 1) {
-      out += '.';
-      out.append(digits, 1, std::string::npos);
-    }
-    char eb[16];
-    std::snprintf(eb, sizeof eb, "E%c%02d", exp < 0 ? '-' : '+', exp < 0 ? -exp : exp);
-    out += eb;
-  } else if (exp < 0) {
-    out += "0.";
-    out.append(static_cast<size_t>(-exp - 1), '0');
-    out += digits;
-  } else {
-    if (n <= exp + 1) {
-      out += digits;
-      out.append(static_cast<size_t>(exp + 1 - n), '0');
-    } else {
-      out.append(digits, 0, static_cast<size_t>(exp + 1));
-      out += '.';
-      out.append(digits, static_cast<size_t>(exp + 1), std::string::npos);
-    }
+  const char* p = buf;
+  const bool negative = *p == '-';
+  if (negative) ++p;
+  char digits[32];
+  int n = 0;
+  for (; p < res.ptr && *p != 'e'; ++p) {
+    if (*p != '.') digits[n++] = *p;
   }
-  return out;
+  int exp = 0;
+  bool expNegative = false;
+  if (p < res.ptr) ++p;  // 'e'
+  if (p < res.ptr && (*p == '-' || *p == '+')) expNegative = *p++ == '-';
+  for (; p < res.ptr; ++p) exp = exp * 10 + (*p - '0');
+  if (expNegative) exp = -exp;
+  while (n > 1 && digits[n - 1] == '0') --n;
+
+  char out[64];
+  int o = 0;
+  if (negative) out[o++] = '-';
+  const bool scientific = exp >= sig || exp < -4 || (exp < 0 && (-exp + n - 1) > sig);
+  if (scientific) {
+    out[o++] = digits[0];
+    if (n > 1) {
+      out[o++] = '.';
+      for (int i = 1; i < n; ++i) out[o++] = digits[i];
+    }
+    o += std::snprintf(out + o, sizeof out - static_cast<size_t>(o), "E%c%02d", exp < 0 ? '-' : '+',
+                       exp < 0 ? -exp : exp);
+  } else if (exp < 0) {
+    out[o++] = '0';
+    out[o++] = '.';
+    for (int i = 0; i < -exp - 1; ++i) out[o++] = '0';
+    for (int i = 0; i < n; ++i) out[o++] = digits[i];
+  } else if (n <= exp + 1) {
+    for (int i = 0; i < n; ++i) out[o++] = digits[i];
+    for (int i = n; i < exp + 1; ++i) out[o++] = '0';
+  } else {
+    for (int i = 0; i <= exp; ++i) out[o++] = digits[i];
+    out[o++] = '.';
+    for (int i = exp + 1; i < n; ++i) out[o++] = digits[i];
+  }
+  return std::string(out, static_cast<size_t>(o));
 }
 
 [[noreturn]] void ThrowTypeMismatch() { ThrowRuntimeError(13); }
