@@ -120,7 +120,9 @@ std::string NewTempFile(const std::filesystem::path& folder, std::string_view pr
 }  // namespace
 
 Transaction::Transaction() = default;
-Transaction::~Transaction() = default;
+Transaction::~Transaction() {
+  if (namesDict_ != nullptr) xmlDictFree(namesDict_);
+}
 
 void Transaction::SetTransactionMetaData(xmlNodePtr node) {
   metaData_ = node;
@@ -138,7 +140,6 @@ void Transaction::SetData(xmlNodePtr node) {
   try {
     data_ = node;
     lastField_ = nullptr;
-    namesDoc_ = nullptr;
     if (data_ == nullptr) return;
     xmlAttrPtr stamp = DataNodes::FindAttribute(data_, "timestamp");
     const char* single = stamp != nullptr ? DataNodes::SingleText(stamp) : nullptr;
@@ -157,7 +158,6 @@ void Transaction::Recycle() {
   data_ = nullptr;
   lastField_ = nullptr;
   metaHint_ = 0;
-  namesDoc_ = nullptr;
   plain_ = false;
   wrapper_.reset();
   ownDocument_.reset();
@@ -568,13 +568,18 @@ void Transaction::StoreFieldValue(std::string_view name, const Variant* value, s
 }
 
 const xmlChar* Transaction::DocumentName(xmlDocPtr doc, std::string_view literal, const xmlChar*& cached) {
-  if (doc != namesDoc_) {
-    namesDoc_ = doc;
+  plain_ = DataNodes::PlainConstruction();
+  xmlDictPtr dict = doc != nullptr ? doc->dict : nullptr;
+  if (dict != namesDict_) {
+    // The view holds the dictionary, so that the names stay valid and a new
+    // dictionary can never take its place at the same address unnoticed.
+    if (dict != nullptr) xmlDictReference(dict);
+    if (namesDict_ != nullptr) xmlDictFree(namesDict_);
+    namesDict_ = dict;
     valueName_ = valuesName_ = fieldName_ = nameAttributeName_ = nullptr;
-    plain_ = DataNodes::PlainConstruction();
   }
-  if (cached == nullptr && doc != nullptr && doc->dict != nullptr) {
-    cached = xmlDictLookup(doc->dict, reinterpret_cast<const xmlChar*>(literal.data()), static_cast<int>(literal.size()));
+  if (cached == nullptr && dict != nullptr) {
+    cached = xmlDictLookup(dict, reinterpret_cast<const xmlChar*>(literal.data()), static_cast<int>(literal.size()));
   }
   return cached;
 }

@@ -155,7 +155,7 @@ class Transaction : public Object {
   // not linked.
   xmlNodePtr NewFieldNode(std::string_view fieldName);
   // `literal` as the dictionary of `doc` holds it, kept in `cached` for as
-  // long as the view works on that document; null without a dictionary.
+  // long as the view works with that dictionary; null without one.
   const xmlChar* DocumentName(xmlDocPtr doc, std::string_view literal, const xmlChar*& cached);
   xmlNodePtr GetMetaDataField(std::string_view fieldName);
   xmlNodePtr GetValuesNode(xmlNodePtr field);
@@ -178,13 +178,14 @@ class Transaction : public Object {
   xmlNodePtr lastField_ = nullptr;  // where the next field search starts; a FIELD of data_
   size_t metaHint_ = 0;             // where the next field dictionary search starts
   // Element and attribute names as the data document's dictionary holds
-  // them, looked up once per document the view works on.
-  xmlDocPtr namesDoc_ = nullptr;  // the document whose dictionary gave the names
+  // them, looked up once per dictionary the view works with; the view holds
+  // a reference to that dictionary.
+  xmlDictPtr namesDict_ = nullptr;
   const xmlChar* valueName_ = nullptr;
   const xmlChar* valuesName_ = nullptr;
   const xmlChar* fieldName_ = nullptr;
   const xmlChar* nameAttributeName_ = nullptr;
-  bool plain_ = false;  // DataNodes::PlainConstruction(), asked with the names
+  bool plain_ = false;  // DataNodes::PlainConstruction(), asked with each name
   Ref<XMLWrapper> wrapper_;
   Ref<XMLWrapper> ownDocument_;
   std::weak_ptr<TransactionFactory> factory_;

@@ -16,6 +16,16 @@ CompiledExpression::CompiledExpression(std::string_view templateText)
 
 bool CompiledExpression::NumberLiteral(std::string_view text, Variant& value) {
   if (text.empty() || !(std::isdigit(static_cast<unsigned char>(text.front())) || text.front() == '.')) return false;
+  // Up to nine digits are always an Integer or a Long: no need to lex them.
+  if (text.size() <= 9) {
+    int32_t whole = 0;
+    size_t i = 0;
+    for (; i < text.size() && std::isdigit(static_cast<unsigned char>(text[i])); ++i) whole = whole * 10 + (text[i] - '0');
+    if (i == text.size()) {
+      value = whole > 32767 ? Variant::FromLong(whole) : Variant::FromInteger(static_cast<int16_t>(whole));
+      return true;
+    }
+  }
   try {
     Lexer lexer(text);
     Token token;
