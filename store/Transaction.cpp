@@ -140,6 +140,7 @@ void Transaction::SetData(xmlNodePtr node) {
   try {
     data_ = node;
     lastField_ = nullptr;
+    plainKnown_ = false;
     if (data_ == nullptr) return;
     xmlAttrPtr stamp = DataNodes::FindAttribute(data_, "timestamp");
     const char* single = stamp != nullptr ? DataNodes::SingleText(stamp) : nullptr;
@@ -158,7 +159,7 @@ void Transaction::Recycle() {
   data_ = nullptr;
   lastField_ = nullptr;
   metaHint_ = 0;
-  plain_ = false;
+  plainKnown_ = false;
   wrapper_.reset();
   ownDocument_.reset();
   factory_.reset();
@@ -568,7 +569,10 @@ void Transaction::StoreFieldValue(std::string_view name, const Variant* value, s
 }
 
 const xmlChar* Transaction::DocumentName(xmlDocPtr doc, std::string_view literal, const xmlChar*& cached) {
-  plain_ = DataNodes::PlainConstruction();
+  if (!plainKnown_) {
+    plain_ = DataNodes::PlainConstruction();
+    plainKnown_ = true;
+  }
   xmlDictPtr dict = doc != nullptr ? doc->dict : nullptr;
   if (dict != namesDict_) {
     // The view holds the dictionary, so that the names stay valid and a new

@@ -185,7 +185,8 @@ class Transaction : public Object {
   const xmlChar* valuesName_ = nullptr;
   const xmlChar* fieldName_ = nullptr;
   const xmlChar* nameAttributeName_ = nullptr;
-  bool plain_ = false;  // DataNodes::PlainConstruction(), asked with each name
+  bool plain_ = false;  // DataNodes::PlainConstruction(), asked once per record
+  bool plainKnown_ = false;
   Ref<XMLWrapper> wrapper_;
   Ref<XMLWrapper> ownDocument_;
   std::weak_ptr<TransactionFactory> factory_;

@@ -182,14 +182,18 @@ Ref<Transaction> TransactionFactory::CreateTransaction(std::string_view tranId, 
 }
 
 Ref<Transaction> TransactionFactory::RecordView() {
-  if (spare_ && spare_->RefCount() == 1) {
-    // Every other holder has let go; their last writes are seen from here.
-    std::atomic_thread_fence(std::memory_order_acquire);
-    spare_->Recycle();
-    return spare_;
+  for (size_t i = 0; i < spares_.size(); ++i) {
+    if (spares_[i] && spares_[i]->RefCount() == 1) {
+      // Every other holder has let go; their last writes are seen from here.
+      std::atomic_thread_fence(std::memory_order_acquire);
+      spares_[i]->Recycle();
+      lastSpare_ = i;
+      return spares_[i];
+    }
   }
-  spare_ = MakeRef<Transaction>();
-  return spare_;
+  lastSpare_ = (lastSpare_ + 1) % spares_.size();
+  spares_[lastSpare_] = MakeRef<Transaction>();
+  return spares_[lastSpare_];
 }
 
 Ref<Transaction> TransactionFactory::MergeData(xmlNodePtr record, xmlNodePtr meta,
@@ -268,7 +272,7 @@ Ref<Transaction> TransactionFactory::ReconstructTransaction(std::string_view tra
     xmlNodePtr meta = definition_->RecordNode(tranId);
     Ref<Transaction> transaction = MergeData(record, meta, GetMetaFieldData(tranId, meta));
     transaction->KeepDocument(own);
-    spare_.reset();  // not kept: it holds a document of its own
+    spares_[lastSpare_].reset();  // not kept: it holds a document of its own
     return transaction;
   } catch (...) {
     ErrorInRethrow("TransactionFactory.ReconstructTransaction(sTransactionId, sXML)",

@@ -28,6 +28,7 @@
 #include <libxml/tree.h>
 
 #include <filesystem>
+#include <array>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -153,7 +154,10 @@ class TransactionFactory : public std::enable_shared_from_this<TransactionFactor
   Ref<XMLWrapper> data_;
   std::shared_ptr<tessel::TransformDefinition> definition_;
   TypeLookup lastType_;
-  Ref<Transaction> spare_;  // the view RecordView handed out last
+  // Views RecordView hands out and takes back once no one else holds them.
+  // Two, as a host often keeps the last record's view while the next is made.
+  std::array<Ref<Transaction>, 2> spares_;
+  size_t lastSpare_ = 0;  // the one handed out last
   Ref<XMLWrapper> templates_;  // holds the empty RECORD of each record type
   std::unordered_map<std::string, xmlNodePtr> templateByType_;
   std::unordered_map<std::string, std::shared_ptr<const FieldDictionary>> fieldsByType_;
