@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <iterator>
 #include <utility>
 
 #include "audit/HuntErr.h"
@@ -119,7 +120,15 @@ void vbWrapper::Initialize(const std::string& transformId, bool verboseLog, IEve
     HostFolders folders = ReadHostFolders();
     if (verboseLog_) {
       logFileSystem_ = std::make_unique<FileSystemWrapper>();
-      if (logFileSystem_->GetDriveSpaceMB(folders.debugPath) >= kMinimumLogSpaceMB) {
+      // A debug folder that cannot be asked (it is missing, say) has no room
+      // for the log either: the job runs on without it.
+      int64_t freeMB = 0;
+      try {
+        freeMB = logFileSystem_->GetDriveSpaceMB(folders.debugPath);
+      } catch (...) {
+        ErrClear();
+      }
+      if (freeMB >= kMinimumLogSpaceMB) {
         // The log's name is a single blank in the debug folder.
         std::string logPath = FileSystemWrapper::BuildPath(folders.debugPath, " ");
         if (logFileSystem_->FileExists(logPath)) {
@@ -374,7 +383,13 @@ FormulaPlan* vbWrapper::PlanFor(const std::string& evaluation) {
     } catch (...) {
       // The scan itself fails: the text reports it, record by record.
     }
-    if (plans_.size() >= kMaxPlans) plans_.clear();
+    if (plans_.size() >= kMaxPlans) {
+      // Made anew when needed again; a plan an outer evaluation is running
+      // on stays.
+      for (auto it = plans_.begin(); it != plans_.end();) {
+        it = it->second->inUse ? std::next(it) : plans_.erase(it);
+      }
+    }
     found = plans_.emplace(evaluation, std::move(plan)).first;
   }
   FormulaPlan* plan = found->second.get();

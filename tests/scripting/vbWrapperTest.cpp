@@ -21,6 +21,7 @@
 #include "tests/store/StoreFixture.h"
 #include "tests/support/JobEnvironment.h"
 #include "tests/support/TempDir.h"
+#include "tests/transforms/TransformFixture.h"
 
 namespace tessel {
 namespace {
@@ -151,6 +152,16 @@ TEST_F(ScriptHostTest, AFormulaGivesWhatItsWrittenOutTextGivesForEveryRecord) {
     }
   }
   EXPECT_EQ(compared, formulas.size() * names.size() * 3);
+}
+
+// More formulas than the host keeps parsed: each still gives its value,
+// also when it comes round again.
+TEST_F(ScriptHostTest, ManyDifferentFormulasEachKeepTheirMeaning) {
+  for (int round = 0; round < 2; ++round) {
+    for (int i = 0; i < 1500; ++i) {
+      ASSERT_EQ(Eval("%A + " + std::to_string(i)).ToDouble(), 1 + i) << i;
+    }
+  }
 }
 
 TEST_F(ScriptHostTest, PercentEscapesAndValuesAreNotScannedAgain) {
@@ -351,6 +362,20 @@ TEST_F(ScriptHostTest, TheVerboseLogShowsEachStep) {
   EXPECT_TRUE(Has(text, "\tPOSTEVALUATION:\t\r\n")) << text;
   // Each line starts with the date and time.
   EXPECT_EQ(text.find('\t'), std::string("yyyy-mm-dd hh:mm:ss").size());
+}
+
+// Without room for the log, or without the debug folder at all, the job
+// runs on unlogged and the audit log says why.
+TEST_F(ScriptHostTest, WithoutADebugFolderTheVerboseLogIsTurnedOff) {
+  std::filesystem::remove_all(env.DebugPath());
+  test::RecordingEvent event;
+  vbWrapper host;
+  host.Initialize("T1", true, &event, 60);
+  EXPECT_EQ(host.Evaluate("%A + 1", order.get(), "F").ToLong(), 2);
+  ASSERT_EQ(event.messages.size(), 1u);
+  EXPECT_EQ(event.messages[0].ReasonCode, "-1");
+  EXPECT_EQ(event.messages[0].Reason, "Logging turned off due to insufficient disk space.");
+  EXPECT_FALSE(std::filesystem::exists(env.DebugPath() / " "));
 }
 
 // --- Hosts without a job ------------------------------------------------------------------------

@@ -36,6 +36,7 @@ class RecordingEvent : public IEvent {
   std::vector<std::string> processed;  // record ids, in order
   std::vector<std::string> deleted;    // record id and first field value
   std::vector<IntegrationLogEntry> errors;
+  std::vector<IntegrationLogEntry> messages;  // single audit messages
   void SetDataFile(const std::string&, bool) override {}
   void FlagTransformDefReady(const std::string&, bool) override {}
   void OnError(const std::string&, LogEntries& entries, Transaction*) override {
@@ -55,7 +56,7 @@ class RecordingEvent : public IEvent {
   void WriteAuditLogNoTransaction(const std::string&, LogEntries& entries, Transaction*, bool) override {
     errors.insert(errors.end(), entries.begin(), entries.end());
   }
-  void WriteSingleAuditMessage(IntegrationLogEntry) override {}
+  void WriteSingleAuditMessage(IntegrationLogEntry entry) override { messages.push_back(std::move(entry)); }
 };
 
 inline std::string OptionsXml(const OptionMap& options) {
