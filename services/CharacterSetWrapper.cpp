@@ -820,10 +820,13 @@ std::string CharacterSetWrapper::DetectCharset(std::span<const uint8_t> bytes, b
   if (n >= 2 && p[0] == 0xFF && p[1] == 0xFE) return "utf-16";
   if (n >= 2 && p[0] == 0xFE && p[1] == 0xFF) return "utf-16be";
 
-  std::string wide = DetectWideUnicode(bytes, complete);
-  if (!wide.empty()) return wide;
-
+  // UTF-16 and UTF-32 text without a preamble shows itself by its zero
+  // bytes; without any, the counts below would all come to nothing.
   const bool hasNul = std::memchr(p, 0, n) != nullptr;
+  if (hasNul) {
+    std::string wide = DetectWideUnicode(bytes, complete);
+    if (!wide.empty()) return wide;
+  }
   if (!hasNul) {
     bool incomplete = false;
     size_t valid = ValidUtf8Prefix(p, n, &incomplete);
