@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <cstdio>
 #include <cstdlib>
 #include <functional>
 #include <string>
@@ -19,6 +20,15 @@ namespace tessel::bench {
 inline double CpuSeconds() {
   timespec t{};
   clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
+  return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_nsec) * 1e-9;
+}
+
+// CPU time of the calling thread alone: the work on the path the caller
+// waits for, without what helper threads (the heap's page populator) do
+// beside it.
+inline double ThreadCpuSeconds() {
+  timespec t{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
   return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_nsec) * 1e-9;
 }
 
@@ -49,6 +59,54 @@ inline int RunSizesInOwnProcesses(int argc, char** argv, std::vector<long> defau
     int childStatus = 0;
     waitpid(child, &childStatus, 0);
     if (!WIFEXITED(childStatus) || WEXITSTATUS(childStatus) != 0) status = 1;
+  }
+  return status;
+}
+
+// As RunSizesInOwnProcesses, for runs that measure themselves: each run
+// returns its figures (wall seconds, say), and after the last one each size's
+// figures are printed against the first size's, as ratios.
+inline int RunSizesAndCompare(int argc, char** argv, std::vector<long> defaults,
+                              const std::function<std::vector<double>(long)>& run,
+                              const std::vector<std::string>& figureNames) {
+  std::vector<long> sizes;
+  for (int i = 1; i < argc; ++i) sizes.push_back(std::atol(argv[i]));
+  if (sizes.empty()) sizes = std::move(defaults);
+  int status = 0;
+  std::vector<std::vector<double>> results;
+  for (long n : sizes) {
+    int channel[2];
+    if (pipe(channel) != 0) return 1;
+    pid_t child = fork();
+    if (child == 0) {
+      close(channel[0]);
+      const std::vector<double> figures = run(n);
+      const ssize_t size = static_cast<ssize_t>(figures.size() * sizeof(double));
+      const bool sent = write(channel[1], figures.data(), static_cast<size_t>(size)) == size;
+      std::_Exit(sent ? 0 : 1);
+    }
+    close(channel[1]);
+    std::vector<double> figures(figureNames.size());
+    const ssize_t size = static_cast<ssize_t>(figures.size() * sizeof(double));
+    const bool received = read(channel[0], figures.data(), static_cast<size_t>(size)) == size;
+    close(channel[0]);
+    int childStatus = 0;
+    waitpid(child, &childStatus, 0);
+    if (!received || !WIFEXITED(childStatus) || WEXITSTATUS(childStatus) != 0) {
+      status = 1;
+      continue;
+    }
+    results.push_back(std::move(figures));
+  }
+  if (status == 0) {
+    for (size_t i = 1; i < results.size(); ++i) {
+      std::printf("N=%ld against N=%ld:", sizes[i], sizes[0]);
+      for (size_t f = 0; f < figureNames.size(); ++f) {
+        std::printf("%s %.1fx %s", f == 0 ? "" : ",", results[0][f] > 0 ? results[i][f] / results[0][f] : 0.0,
+                    figureNames[f].c_str());
+      }
+      std::printf("\n");
+    }
   }
   return status;
 }

@@ -4,6 +4,7 @@
 // and peak resident bytes per field value, for N = 100,000 and 1,000,000
 // (or the N given as arguments). Each N runs in a child process of its own so
 // that its peak is its own.
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -26,6 +27,7 @@
 
 using namespace tessel;
 using tessel::bench::CpuSeconds;
+using tessel::bench::ThreadCpuSeconds;
 using tessel::bench::PeakResidentBytes;
 
 namespace {
@@ -43,7 +45,7 @@ std::shared_ptr<TransformDefinition> Definition() {
   return std::make_shared<TransformDefinition>(wrapper);
 }
 
-void Run(long records) {
+std::vector<double> Run(long records) {
   using Clock = std::chrono::steady_clock;
   const long baseline = PeakResidentBytes();
   auto factory = std::make_shared<TransactionFactory>();
@@ -58,6 +60,7 @@ void Run(long records) {
   context->SetAutoUpdate(true);
   auto start = Clock::now();
   const double cpuStart = CpuSeconds();
+  const double threadStart = ThreadCpuSeconds();
   for (long r = 0; r < records; ++r) {
     Ref<Transaction> row = factory->CreateTransaction("ROW");
     for (int f = 0; f < kFields; ++f) {
@@ -67,6 +70,7 @@ void Run(long records) {
   }
   auto written = Clock::now();
   const double cpuWritten = CpuSeconds();
+  const double threadWritten = ThreadCpuSeconds();
 
   size_t checksum = 0;
   Ref<TransactionSelector> selector = factory->CreateTransactionSelector();
@@ -82,21 +86,27 @@ void Run(long records) {
   }
   auto read = Clock::now();
   const double cpuRead = CpuSeconds();
+  const double threadRead = ThreadCpuSeconds();
   const long peak = PeakResidentBytes();
   const double fieldValues = static_cast<double>(records) * kFields;
-  const double writeNs = (cpuWritten - cpuStart) * 1e9 / fieldValues;
-  const double readNs = (cpuRead - cpuWritten) * 1e9 / fieldValues;
-  const double wallWriteNs = std::chrono::duration<double, std::nano>(written - start).count() / fieldValues;
-  const double wallReadNs = std::chrono::duration<double, std::nano>(read - written).count() / fieldValues;
-  std::printf("N=%-8ld write %6.1f ns/field  read %6.1f ns/field (CPU; wall %.1f / %.1f)  "
-              "peak %6.1f bytes/field value (%.0f above start)  total %.2f s CPU  [%zu]\n",
-              records, writeNs, readNs, wallWriteNs, wallReadNs, peak / fieldValues,
-              (peak - baseline) / fieldValues, cpuRead - cpuStart, checksum);
+  auto perField = [&](double seconds) { return seconds * 1e9 / fieldValues; };
+  const double wallWrite = std::chrono::duration<double>(written - start).count();
+  const double wallRead = std::chrono::duration<double>(read - written).count();
+  rusage usage{};
+  getrusage(RUSAGE_THREAD, &usage);
+  std::printf("N=%-8ld write %6.1f ns/field  read %6.1f ns/field (wall; CPU of the thread %.1f / %.1f, "
+              "of the process %.1f / %.1f)  peak %6.1f bytes/field value (%.0f above start)  "
+              "total %.2f s wall  page faults on the thread %ld  [%zu]\n",
+              records, perField(wallWrite), perField(wallRead), perField(threadWritten - threadStart),
+              perField(threadRead - threadWritten), perField(cpuWritten - cpuStart), perField(cpuRead - cpuWritten),
+              peak / fieldValues, (peak - baseline) / fieldValues, wallWrite + wallRead, usage.ru_minflt, checksum);
   std::fflush(stdout);
+  return {wallWrite + wallRead, threadRead - threadStart};
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  return tessel::bench::RunSizesInOwnProcesses(argc, argv, {100000, 1000000}, Run);
+  return tessel::bench::RunSizesAndCompare(argc, argv, {100000, 1000000}, Run,
+                                           {"the wall time", "the thread's CPU time"});
 }

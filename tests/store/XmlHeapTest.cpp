@@ -47,6 +47,24 @@ void Stamp(void* block, size_t size, uint32_t seed) {
   for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<unsigned char>(seed * 31 + i);
 }
 
+// Waits for a forked child, at most `limit`, and kills it past that: true
+// when it ended by itself with status 0.
+bool ChildSucceeded(pid_t child, std::chrono::milliseconds limit) {
+  int status = 0;
+  pid_t done = 0;
+  const auto deadline = std::chrono::steady_clock::now() + limit;
+  while (done == 0 && std::chrono::steady_clock::now() < deadline) {
+    done = waitpid(child, &status, WNOHANG);
+    if (done == 0) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  if (done == 0) {
+    kill(child, SIGKILL);
+    waitpid(child, &status, 0);
+    return false;
+  }
+  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
 bool HasStamp(const void* block, size_t size, uint32_t seed) {
   const auto* bytes = static_cast<const unsigned char*>(block);
   for (size_t i = 0; i < size; ++i) {
@@ -337,19 +355,7 @@ TEST_F(XmlHeapTest, AForkedChildCanUseTheHeapWhileOtherThreadsWork) {
       std::_Exit(XMLWrapper::NodeText(wrapper.GetNodeFromXPath("/A/B")) == "text" ? 0 : 1);
     }
     // A child stuck on a lock is a failure, not a hang.
-    int status = 0;
-    pid_t done = 0;
-    for (int wait = 0; wait < 1000 && done == 0; ++wait) {
-      done = waitpid(child, &status, WNOHANG);
-      if (done == 0) std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    if (done == 0) {
-      kill(child, SIGKILL);
-      waitpid(child, &status, 0);
-      ++failures;
-    } else if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
-      ++failures;
-    }
+    if (!ChildSucceeded(child, std::chrono::seconds(10))) ++failures;
   }
   stop = true;
   for (auto& thread : busy) thread.join();
@@ -387,18 +393,7 @@ TEST_F(XmlHeapTest, ALargeHeapGrowsAheadAndAForkedChildStillGrowsItsOwn) {
     fill(more, 1500000, 11);
     std::_Exit(intact(blocks, 7) == 0 && intact(more, 11) == 0 ? 0 : 1);
   }
-  int status = 0;
-  pid_t done = 0;
-  for (int wait = 0; wait < 3000 && done == 0; ++wait) {
-    done = waitpid(child, &status, WNOHANG);
-    if (done == 0) std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  if (done == 0) {
-    kill(child, SIGKILL);
-    waitpid(child, &status, 0);
-  }
-  EXPECT_NE(done, 0) << "the child did not finish";
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "status " << status;
+  EXPECT_TRUE(ChildSucceeded(child, std::chrono::seconds(30))) << "the child failed or did not finish";
   EXPECT_EQ(intact(blocks, 7), 0u);
   for (void* block : blocks) XmlHeap::Free(block);
 }
