@@ -256,20 +256,22 @@ xmlNodePtr DataNodes::ClonePlain(xmlDocPtr doc, xmlNodePtr source) {
 }
 
 xmlNodePtr DataNodes::NewPlainField(xmlDocPtr doc, const xmlChar* fieldElement, const xmlChar* valuesElement,
-                                    const xmlChar* nameAttribute, std::string_view fieldName) {
+                                    const xmlChar* nameAttribute, std::string_view fieldName, xmlNodePtr sharedName) {
   xmlNodePtr field = PlainElement(doc, fieldElement);
   try {
     xmlAttrPtr attribute = PlainAttribute(field, nameAttribute, nullptr);
-    xmlNodePtr text = NewSharedText(fieldName);
+    xmlNodePtr values = PlainElement(doc, valuesElement);
+    values->parent = field;
+    field->children = field->last = values;
+    // The name comes last, so that a failure before leaves a given shared
+    // name with its caller.
+    xmlNodePtr text = sharedName != nullptr ? sharedName : NewSharedText(fieldName);
     // A shared text keeps no parent: it may have many.
     if (text == nullptr) {
       text = NewText(doc, fieldName, true, true);
       text->parent = reinterpret_cast<xmlNodePtr>(attribute);
     }
     attribute->children = attribute->last = text;
-    xmlNodePtr values = PlainElement(doc, valuesElement);
-    values->parent = field;
-    field->children = field->last = values;
   } catch (...) {
     xmlFreeNode(field);
     throw;

@@ -139,9 +139,12 @@ class DataNodes {
   static void FreeTree(xmlNodePtr node);
   // A FIELD named `fieldName` holding one empty VALUES, as the factory makes
   // fields, from element and attribute names the dictionary of `doc` owns;
-  // for plain construction only (see PlainConstruction).
+  // for plain construction only (see PlainConstruction). `sharedName`, when
+  // given, is a counted text of the name; the field takes the caller's
+  // reference to it when it returns, and not when it raises.
   static xmlNodePtr NewPlainField(xmlDocPtr doc, const xmlChar* fieldElement, const xmlChar* valuesElement,
-                                  const xmlChar* nameAttribute, std::string_view fieldName);
+                                  const xmlChar* nameAttribute, std::string_view fieldName,
+                                  xmlNodePtr sharedName = nullptr);
 
  private:
   // CloneElement within one dictionary and without node callbacks.

@@ -121,6 +121,7 @@ std::string NewTempFile(const std::filesystem::path& folder, std::string_view pr
 
 Transaction::Transaction() = default;
 Transaction::~Transaction() {
+  for (const auto& entry : fieldNames_) xmlFree(entry.second);
   if (namesDict_ != nullptr) xmlDictFree(namesDict_);
 }
 
@@ -596,7 +597,28 @@ xmlNodePtr Transaction::NewFieldNode(std::string_view fieldName) {
   if (!plain_ || field == nullptr || values == nullptr || name == nullptr) {
     return TransactionFactory::InitFldNode(doc, fieldName);
   }
-  return DataNodes::NewPlainField(doc, field, values, name, fieldName);
+  xmlNodePtr shared = SharedFieldName(fieldName);
+  try {
+    return DataNodes::NewPlainField(doc, field, values, name, fieldName, shared);
+  } catch (...) {
+    if (shared != nullptr) xmlFree(shared);
+    throw;
+  }
+}
+
+xmlNodePtr Transaction::SharedFieldName(std::string_view fieldName) {
+  for (const auto& [text, node] : fieldNames_) {
+    if (text == fieldName) {
+      XmlHeap::Retain(node);
+      return node;
+    }
+  }
+  if (fieldNames_.size() >= kMaxSharedFieldNames) return nullptr;
+  xmlNodePtr node = DataNodes::NewSharedText(fieldName);
+  if (node == nullptr) return nullptr;
+  fieldNames_.emplace_back(std::string(fieldName), node);
+  XmlHeap::Retain(node);  // one reference for the view, one for the caller
+  return node;
 }
 
 xmlNodePtr Transaction::NewValueNode(xmlDocPtr doc) {

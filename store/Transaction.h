@@ -29,6 +29,7 @@
 #include <ostream>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "core/Object.h"
@@ -154,6 +155,9 @@ class Transaction : public Object {
   // A new FIELD of the data node's document as the factory makes fields,
   // not linked.
   xmlNodePtr NewFieldNode(std::string_view fieldName);
+  // A counted text of a field's name for a field this view makes, with a
+  // reference for the caller; null when none can be shared.
+  xmlNodePtr SharedFieldName(std::string_view fieldName);
   // `literal` as the dictionary of `doc` holds it, kept in `cached` for as
   // long as the view works with that dictionary; null without one.
   const xmlChar* DocumentName(xmlDocPtr doc, std::string_view literal, const xmlChar*& cached);
@@ -187,6 +191,10 @@ class Transaction : public Object {
   const xmlChar* nameAttributeName_ = nullptr;
   bool plain_ = false;  // DataNodes::PlainConstruction(), asked once per record
   bool plainKnown_ = false;
+  // Names of the fields this view made, as counted texts every such field
+  // shares (the view holds one reference to each), as a template's are.
+  static constexpr size_t kMaxSharedFieldNames = 64;
+  std::vector<std::pair<std::string, xmlNodePtr>> fieldNames_;
   Ref<XMLWrapper> wrapper_;
   Ref<XMLWrapper> ownDocument_;
   std::weak_ptr<TransactionFactory> factory_;
