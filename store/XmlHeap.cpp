@@ -32,10 +32,10 @@ constexpr size_t kMinCommitStep = size_t{2} << 20;
 constexpr size_t kMaxCommitStep = size_t{32} << 20;
 // Once this much is writable, fresh pages are faulted in by a thread of the
 // heap's own, ahead of use, and the steps run ahead of the carving by up to
-// kMaxLead bytes (an eighth of what is writable), so that the kernel's work
+// kMaxLead bytes (a sixteenth of what is writable), so that the kernel's work
 // on new pages overlaps with the work of the threads that fill them.
 constexpr size_t kPopulatorThreshold = size_t{64} << 20;
-constexpr size_t kMaxLead = size_t{128} << 20;
+constexpr size_t kMaxLead = size_t{32} << 20;
 constexpr size_t kPopulateChunk = size_t{2} << 20;
 constexpr size_t kLargestReservation = size_t{1} << 40;
 constexpr size_t kSmallestReservation = size_t{1} << 30;
@@ -212,7 +212,7 @@ void Grow(Heap* heap, size_t needed) {
     }
     populator = heap->populatorRunning;
   }
-  const size_t target = populator ? std::min(heap->size, needed + std::min(kMaxLead, committed / 8)) : needed;
+  const size_t target = populator ? std::min(heap->size, needed + std::min(kMaxLead, committed / 16)) : needed;
   while (committed < target) {
     // Steps grow with the heap, so that a small process stays small and a
     // large document is not made writable a few spans at a time.
