@@ -386,7 +386,7 @@ TEST_F(XmlHeapTest, ALargeHeapGrowsAheadAndAForkedChildStillGrowsItsOwn) {
   fill(blocks, 1500000, 7);  // 180 MB
   const XmlHeap::Usage usage = XmlHeap::CurrentUsage();
   EXPECT_GE(usage.committedBytes, usage.spanBytes);
-  EXPECT_LE(usage.committedBytes - usage.spanBytes, size_t{160} << 20);
+  EXPECT_LE(usage.committedBytes - usage.spanBytes, size_t{96} << 20);
   pid_t child = fork();
   if (child == 0) {
     std::vector<void*> more;
