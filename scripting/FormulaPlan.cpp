@@ -29,6 +29,16 @@ bool NumberMayTouch(char c) {
 bool StringMayFollow(char c) { return c != '"' && c != '#' && c != '['; }
 bool StringMayPrecede(char c) { return c != '"'; }
 
+// A value as a string literal: in quotes, its quotes doubled.
+void WriteQuoted(std::string_view text, std::string& out) {
+  out.assign(1, '"');
+  for (char c : text) {
+    out.push_back(c);
+    if (c == '"') out.push_back('"');
+  }
+  out.push_back('"');
+}
+
 }  // namespace
 
 FormulaPlan::FormulaPlan() = default;
@@ -36,6 +46,9 @@ FormulaPlan::~FormulaPlan() = default;
 
 void FormulaPlan::AddText(std::string_view text) {
   if (text.empty()) return;
+  // A line break makes the formula code to wrap; a marker byte of the
+  // author's own would pass for a slot.
+  if (text.find_first_of("\n\x01") != std::string_view::npos) fits_ = false;
   if (lastWasReference_) {
     Reference& last = references_.back();
     last.numberFits = last.numberFits && NumberMayTouch(text.front());
@@ -72,7 +85,7 @@ void FormulaPlan::AddEscape(std::string_view word) {
 
 void FormulaPlan::Compile() {
   expression_.reset();
-  if (!fits_ || template_.find('\n') != std::string::npos) return;
+  if (!fits_) return;
   try {
     auto expression = std::make_unique<vbs::CompiledExpression>(template_);
     if (expression->HasSlots(references_.size())) expression_ = std::move(expression);
@@ -85,10 +98,12 @@ void FormulaPlan::Compile() {
 bool FormulaPlan::Bind(Transaction* record) {
   if (references_.empty()) return true;
   if (record == nullptr) return false;
+  written_.resize(references_.size());
   try {
     for (size_t i = 0; i < references_.size(); ++i) {
       const Reference& reference = references_[i];
       if (!reference.stringFits && !reference.numberFits) return false;
+      std::string& written = written_[i];
       const char* text = record->SingleValueText(reference.field);
       if (text == nullptr) {
         // No value is written as "" whatever the type; several values, or no
@@ -97,19 +112,37 @@ bool FormulaPlan::Bind(Transaction* record) {
         const Variant values = record->GetFieldValues(reference.field, 0);
         if (!values.IsEmpty() && !(values.IsString() && values.StringValue().empty())) return false;
         expression_->SetSlot(i, Variant(std::string()));
+        written.assign("\"\"");
       } else if (record->GetType(reference.field) == kStringFieldType) {
         if (!reference.stringFits || std::strpbrk(text, "\r\n") != nullptr) return false;
         expression_->SetSlot(i, Variant(std::string(text)));
+        WriteQuoted(text, written);
       } else {
         Variant number;
         if (!reference.numberFits || !vbs::CompiledExpression::NumberLiteral(text, number)) return false;
         expression_->SetSlot(i, std::move(number));
+        written.assign(text);
       }
     }
     return true;
   } catch (...) {
     return false;
   }
+}
+
+std::string FormulaPlan::WrittenOut() const {
+  std::string text;
+  text.reserve(template_.size() + 16 * written_.size());
+  for (size_t i = 0; i < template_.size(); ++i) {
+    if (template_[i] == kSlotMarker && i + 1 < template_.size()) {
+      const size_t slot = static_cast<unsigned char>(template_[i + 1]) - 1;
+      if (slot < written_.size()) text.append(written_[slot]);
+      ++i;
+    } else {
+      text.push_back(template_[i]);
+    }
+  }
+  return text;
 }
 
 }  // namespace tessel

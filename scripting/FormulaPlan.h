@@ -15,10 +15,11 @@
 // - a numeric field's value (written as it stands) that reads as exactly one
 //   number, between blanks, brackets, commas, operators or the ends of the
 //   formula.
-// A formula with a line break, a syntax error, two references side by side or
-// more than kMaxReferences references gets no usable plan; a reference or
-// value outside these rules makes Bind say no for that record. vbWrapper then
-// takes the way of the text, which stays the one definition of a formula's
+// A formula with a line break, a syntax error, two references side by side,
+// the byte 0x01, a comparison with an operand the written-out text would fold
+// into one literal, or more than kMaxReferences references gets no usable
+// plan; a reference or value outside these rules makes Bind say no for that
+// record. vbWrapper then takes the way of the text, which stays the one definition of a formula's
 // meaning.
 //
 // The plan belongs to the vbWrapper that made it and to that wrapper's
@@ -62,6 +63,10 @@ class FormulaPlan {
   // Puts the record's values into the slots; false when one of them cannot
   // stand in a slot (the record's formula must then be written out).
   bool Bind(Transaction* record);
+  // The formula with the values of the last Bind written out, as the
+  // substitution writes them: what a report of a failure shows. Taken from
+  // the values bound, not from the record, which the formula may change.
+  std::string WrittenOut() const;
   const vbs::CompiledExpression& Expression() const { return *expression_; }
 
   // Set while an evaluation runs on the plan: an evaluation nested in it
@@ -77,6 +82,7 @@ class FormulaPlan {
 
   std::string template_;       // the formula, a slot marker for each reference
   std::vector<Reference> references_;
+  std::vector<std::string> written_;  // each slot's value as the last Bind wrote it out
   bool fits_ = true;           // false once a piece rules the plan out
   bool lastWasReference_ = false;
   std::unique_ptr<vbs::CompiledExpression> expression_;

@@ -208,14 +208,16 @@ Variant vbWrapper::Evaluate(const std::string& evaluation, Transaction* transact
     if (functions_) functions_->SetCurrentTransaction(Ref<Transaction>(transaction));
     // Mostly the formula was parsed before and takes this record's values in
     // its slots; the text is written out only for a report.
-    if (FormulaPlan* plan = verboseLog_ ? nullptr : PlanFor(evaluation); plan != nullptr && plan->Bind(transaction)) {
+    // (Without an engine the text's way reports it, with the text written out.)
+    FormulaPlan* plan = verboseLog_ || !engine_ ? nullptr : PlanFor(evaluation);
+    if (plan != nullptr && plan->Bind(transaction)) {
       plan->inUse = true;
       struct InUse {
         FormulaPlan& plan;
         ~InUse() { plan.inUse = false; }
       } inUse{*plan};
       return EvaluatePlan(*plan, [&] {
-        ResolveInto(evaluation, transaction, text);
+        text = plan->WrittenOut();
         resolved = true;
         return text;
       });

@@ -692,8 +692,13 @@ std::string CharacterSetWrapper::ConvertToText(std::string&& bytes) {
     if (bytes.size() <= 1) return {};
     ResolveAutoDetect(view, true);
     Codec& codec = GetCodec();
-    if (codec.kind != Codec::Kind::kUtf8) return ConvertToText(view);
     const size_t preamble = TextHasPreamble(view) ? PreambleOf(conversionName_).size() : 0;
+    if (codec.kind != Codec::Kind::kUtf8) {
+      std::string text;
+      text.reserve(view.size() - preamble);
+      codec.Decode(view.subspan(preamble), true, text);
+      return text;
+    }
     codec.CheckDecodable(view.subspan(preamble));
     bytes.erase(0, preamble);
     return std::move(bytes);

@@ -13,7 +13,6 @@
 #include <cstring>
 #include <mutex>
 #include <new>
-#include <system_error>
 #include <thread>
 
 namespace tessel {
@@ -206,8 +205,10 @@ void Grow(Heap* heap, size_t needed) {
         heap->populated = committed;
         std::thread(&PopulateAhead, heap).detach();
         heap->populatorRunning = true;
-      } catch (const std::system_error&) {
-        // No thread: the growing thread goes on faulting pages itself.
+      } catch (...) {
+        // No thread (no resources for one, or no memory for its state): the
+        // growing thread goes on faulting pages itself. Nothing may leave
+        // here, as libxml2's C code is below on the stack.
       }
     }
     populator = heap->populatorRunning;

@@ -9,7 +9,7 @@
 namespace tessel::vbs {
 
 CompiledExpression::CompiledExpression(std::string_view templateText)
-    : tree_(Parser::ParseTemplate(templateText, slots_)) {
+    : tree_(Parser::ParseTemplate(templateText, slots_, slotsDiffer_)) {
   std::sort(slots_.begin(), slots_.end(),
             [](const LiteralExpr* a, const LiteralExpr* b) { return a->slot < b->slot; });
 }
@@ -47,7 +47,7 @@ bool CompiledExpression::NumberLiteral(std::string_view text, Variant& value) {
 }
 
 bool CompiledExpression::HasSlots(size_t count) const {
-  if (slots_.size() != count) return false;
+  if (slotsDiffer_ || slots_.size() != count) return false;
   for (size_t i = 0; i < count; ++i) {
     if (slots_[i]->slot != static_cast<int>(i)) return false;
   }

@@ -29,8 +29,11 @@ class CompiledExpression {
   CompiledExpression(const CompiledExpression&) = delete;
   CompiledExpression& operator=(const CompiledExpression&) = delete;
 
-  // True when the slots found are numbered 0 to `count` - 1, each once: a
-  // slot marker inside a string, date or comment is no slot.
+  // True when the slots found are numbered 0 to `count` - 1, each once (a
+  // slot marker inside a string, date or comment is no slot), and the tree
+  // evaluates as the text with its slots written out would: not so where a
+  // comparison meets an operand of literals and slots, which the written-out
+  // text would fold into one literal and compare by the rules for literals.
   bool HasSlots(size_t count) const;
   void SetSlot(size_t slot, Variant value) { slots_[slot]->value = std::move(value); }
 
@@ -43,6 +46,7 @@ class CompiledExpression {
 
  private:
   std::vector<LiteralExpr*> slots_;  // by number, once HasSlots holds
+  bool slotsDiffer_ = false;
   ExprPtr tree_;
 };
 

@@ -90,6 +90,8 @@ class ParserImpl {
     }
   }
 
+  bool SlotsDiffer() const { return slotsDiffer_; }
+
   ExprPtr ParseExpressionOnly() {
     ProcContext top;
     ctx_ = &top;
@@ -1258,6 +1260,13 @@ class ParserImpl {
   }
 
   ExprPtr MakeBinary(BinaryOp op, ExprPtr left, ExprPtr right, int line, int column) {
+    // A comparison reads a literal operand by rules of its own. An operand
+    // made of literals and slots would be one folded literal once the slots
+    // were written out, but stays an expression here: such a template does
+    // not stand for its written-out texts.
+    if (slots_ != nullptr && IsComparison(op) && (FoldsWhenWrittenOut(*left) || FoldsWhenWrittenOut(*right))) {
+      slotsDiffer_ = true;
+    }
     // Arithmetic on two literal numbers is done here; a failure (division by
     // zero, overflow) is left for run time so that it is raised there.
     if (IsConstant(*left) && IsConstant(*right)) {
@@ -1302,6 +1311,27 @@ class ParserImpl {
     e->left = std::move(left);
     e->right = std::move(right);
     return e;
+  }
+
+  static bool IsComparison(BinaryOp op) {
+    return op == BinaryOp::Eq || op == BinaryOp::Ne || op == BinaryOp::Lt || op == BinaryOp::Le ||
+           op == BinaryOp::Gt || op == BinaryOp::Ge;
+  }
+  // An operator node over nothing but literals and slots (whether or not its
+  // operator folds: the test errs on the safe side).
+  static bool FoldsWhenWrittenOut(const Expr& e) {
+    return (e.kind == ExprKind::Unary || e.kind == ExprKind::Binary) && LiteralLeaves(e);
+  }
+  static bool LiteralLeaves(const Expr& e) {
+    switch (e.kind) {
+      case ExprKind::Literal: return true;
+      case ExprKind::Unary: return LiteralLeaves(*static_cast<const UnaryExpr&>(e).operand);
+      case ExprKind::Binary: {
+        const auto& b = static_cast<const BinaryExpr&>(e);
+        return LiteralLeaves(*b.left) && LiteralLeaves(*b.right);
+      }
+      default: return false;
+    }
   }
 
   // A literal whose value is known now (a slot's value comes later).
@@ -1497,6 +1527,7 @@ class ParserImpl {
   const EnclosingScope* enclosing_;
   ExprArena* arena_;
   std::vector<LiteralExpr*>* slots_;  // where slots go; null when the text may have none
+  bool slotsDiffer_ = false;  // see MakeBinary
   Code* code_ = nullptr;
   ProcContext* ctx_ = nullptr;
   int singleLineIf_ = 0;
@@ -1522,9 +1553,11 @@ ExprPtr Parser::ParseExpression(std::string_view source, const EnclosingScope* e
   return impl.ParseExpressionOnly();
 }
 
-ExprPtr Parser::ParseTemplate(std::string_view source, std::vector<LiteralExpr*>& slots) {
+ExprPtr Parser::ParseTemplate(std::string_view source, std::vector<LiteralExpr*>& slots, bool& slotsDiffer) {
   ParserImpl impl(source, 1, nullptr, nullptr, &slots);
-  return impl.ParseExpressionOnly();
+  ExprPtr tree = impl.ParseExpressionOnly();
+  slotsDiffer = impl.SlotsDiffer();
+  return tree;
 }
 
 }  // namespace tessel::vbs

@@ -47,7 +47,10 @@ class Parser {
   // be supplied later (see Lexer::AllowSlots): each such slot becomes a
   // LiteralExpr numbered n - 1, added to `slots` in the order of the text,
   // and is never folded with other literals. Nodes are on the heap.
-  static ExprPtr ParseTemplate(std::string_view source, std::vector<LiteralExpr*>& slots);
+  // `slotsDiffer` tells that the tree may evaluate otherwise than the text
+  // with its slots written out as literals (a comparison with an operand
+  // that would then fold into one literal).
+  static ExprPtr ParseTemplate(std::string_view source, std::vector<LiteralExpr*>& slots, bool& slotsDiffer);
 };
 
 }  // namespace tessel::vbs

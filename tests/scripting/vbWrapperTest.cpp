@@ -111,7 +111,8 @@ TEST_F(ScriptHostTest, EmptyAndUnsetValues) {
 }
 
 // A formula is parsed once and takes each record's values; whatever the
-// values, the result (or the error) is the one the written-out text gives.
+// values, the result, or the error with the text its report shows, is the
+// one the written-out text gives.
 TEST_F(ScriptHostTest, AFormulaGivesWhatItsWrittenOutTextGivesForEveryRecord) {
   const std::vector<std::string> formulas = {
       "%Amount*2", "-%Qty^2", "-%Amount", "%Name = 5", "%Qty = \"12\"", "%Name & %Qty", "UCase(%Name)",
@@ -119,19 +120,16 @@ TEST_F(ScriptHostTest, AFormulaGivesWhatItsWrittenOutTextGivesForEveryRecord) {
       "IIf(%Qty > 10, \"big\", \"small\")", "%[Full Name] & \"!\"", "%Amount\\2", "%Amount Mod 3",
       "Not %Qty", "%Qty.5", "%Name(1)", "1 + 2", "%Amount+%Amount", "\"%Name\"", "%Name%Qty", "%Name'note",
       "#%Name#", "%Qty & %%Name", "TypeName(%Qty)", "TypeName(%Amount)", "%Name Is Nothing", "[%Name]",
-      "%Amount<%Qty", "%Name & \"\x01\x02\""};
+      "%Amount<%Qty", "%Name & \"\x01\x02\"",
+      // Operands that the written-out text folds into one literal compare
+      // by the rules for literals.
+      "-%Amount = \"-5\"", "%Amount + 1 = \"6\"", "%Qty & 1 = 31", "%Qty * 2 = \"6\"", "\"5\" = %Amount - 0",
+      "%Name & \"1\" = 51", "%Qty & %Amount = \"33\"", "+%Qty = \"3\"", "(%Qty + 1) = \"4\"", "1E-%Qty",
+      "1E+%Qty", "\"x %Qty y\" & \x01\x01", "%Amount / 0"};
   const std::vector<std::string> names = {"Smith", "", "O\"Neil", "5", "12.5", "a\rb", "line1\nline2",
                                           "#1/1/2020#", "x'y", "%Qty", "\x01\x02", "\"", "Caf\xC3\xA9"};
   const std::vector<std::string> numbers = {"21", "-5", "12.5", ".5", "1e3", "1E+3", "007", "40000",
                                             "2147483648", "abc", "", "12abc", "&H10", "1.2.3", " 12", "3"};
-  auto outcome = [](const std::function<Variant()>& run) {
-    try {
-      const Variant value = run();
-      return value.TypeName() + ":" + (value.IsArray() || value.IsObject() ? "" : value.ToString());
-    } catch (const Error& e) {
-      return "error " + std::to_string(e.number());
-    }
-  };
   size_t compared = 0;
   for (size_t row = 0; row < names.size() * 3; ++row) {
     order->UnsetField("Name");
@@ -143,15 +141,49 @@ TEST_F(ScriptHostTest, AFormulaGivesWhatItsWrittenOutTextGivesForEveryRecord) {
     order->SetFieldValue("Amount", Variant(numbers[row % numbers.size()]));
     order->SetFieldValue("Qty", Variant(numbers[(row * 7 + 3) % numbers.size()]));
     for (const std::string& formula : formulas) {
-      const std::string planned = outcome([&] { return Eval(formula); });
-      const std::string written = outcome([&] { return Host().SimpleEvaluate(Variant(Resolve(formula))); });
-      EXPECT_EQ(planned, written) << formula << " with Name [" << names[row % names.size()] << "], Amount ["
-                                  << numbers[row % numbers.size()] << "], Qty ["
-                                  << numbers[(row * 7 + 3) % numbers.size()] << "]";
+      std::string resolved;
+      std::string written;
+      try {
+        resolved = Resolve(formula);
+        const Variant value = Host().SimpleEvaluate(Variant(resolved));
+        written = value.TypeName() + ":" + (value.IsArray() || value.IsObject() ? "" : value.ToString());
+      } catch (const Error& e) {
+        written = "error " + std::to_string(e.number());
+      }
+      std::string planned;
+      try {
+        const Variant value = Eval(formula);
+        planned = value.TypeName() + ":" + (value.IsArray() || value.IsObject() ? "" : value.ToString());
+      } catch (const Error& e) {
+        planned = "error " + std::to_string(e.number());
+        if (!resolved.empty()) {
+          EXPECT_TRUE(Has(e.description(), "Resolved Function - " + resolved + " \r\n"))
+              << formula << ": " << e.description();
+        }
+      }
+      EXPECT_EQ(planned, written) << formula << " written out as " << resolved;
       ++compared;
     }
   }
   EXPECT_EQ(compared, formulas.size() * names.size() * 3);
+}
+
+// A failure's report shows the values the formula ran with, also when the
+// formula changed its record before it failed.
+TEST_F(ScriptHostTest, AFailureShowsTheValuesTheFormulaRanWith) {
+  order->SetFieldValue("Name", Variant("Smith"));
+  const std::string formula = "SetFieldNull(\"Name\") & %Name & 1/0";
+  const std::string resolved = Resolve(formula);
+  for (int round = 0; round < 2; ++round) {
+    order->SetFieldValue("Name", Variant("Smith"));
+    const Error error = CatchError([&] { Eval(formula); });
+    EXPECT_EQ(error.number(), 11);
+    EXPECT_TRUE(Has(error.description(), "Resolved Function - " + resolved + " \r\n")) << error.description();
+  }
+  // Without an engine the report still shows the written-out text.
+  order->SetFieldValue("Name", Variant("Smith"));
+  Host().CloseWrapper();
+  EXPECT_TRUE(Has(CatchError([&] { Eval("%Name & 1"); }).description(), "Resolved Function - \"Smith\" & 1"));
 }
 
 // More formulas than the host keeps parsed: each still gives its value,
