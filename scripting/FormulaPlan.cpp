@@ -29,17 +29,21 @@ bool NumberMayTouch(char c) {
 bool StringMayFollow(char c) { return c != '"' && c != '#' && c != '['; }
 bool StringMayPrecede(char c) { return c != '"'; }
 
-// A value as a string literal: in quotes, its quotes doubled.
-void WriteQuoted(std::string_view text, std::string& out) {
-  out.assign(1, '"');
-  for (char c : text) {
-    out.push_back(c);
-    if (c == '"') out.push_back('"');
-  }
-  out.push_back('"');
-}
+constexpr std::string_view kLineBreakInLiteral = "\" & vbCrLf & \"";
 
 }  // namespace
+
+void FormulaPlan::AppendLiteral(std::string_view text, bool quote, std::string& out) {
+  if (quote) out.push_back('"');
+  for (;;) {
+    const size_t special = text.find_first_of("\"\n");
+    out.append(text.substr(0, special));
+    if (special == std::string_view::npos) break;
+    out.append(text[special] == '"' ? std::string_view("\"\"") : kLineBreakInLiteral);
+    text.remove_prefix(special + 1);
+  }
+  if (quote) out.push_back('"');
+}
 
 FormulaPlan::FormulaPlan() = default;
 FormulaPlan::~FormulaPlan() = default;
@@ -116,7 +120,8 @@ bool FormulaPlan::Bind(Transaction* record) {
       } else if (record->GetType(reference.field) == kStringFieldType) {
         if (!reference.stringFits || std::strpbrk(text, "\r\n") != nullptr) return false;
         expression_->SetSlot(i, Variant(std::string(text)));
-        WriteQuoted(text, written);
+        written.clear();
+        AppendLiteral(text, true, written);
       } else {
         Variant number;
         if (!reference.numberFits || !vbs::CompiledExpression::NumberLiteral(text, number)) return false;

@@ -44,6 +44,11 @@ class FormulaPlan {
  public:
   static constexpr size_t kMaxReferences = 255;
 
+  // A value's text as the substitution writes it into a formula: quotes
+  // doubled, line breaks joined in as vbCrLf, and in quotes of its own when
+  // `quote`.
+  static void AppendLiteral(std::string_view text, bool quote, std::string& out);
+
   FormulaPlan();
   ~FormulaPlan();
   FormulaPlan(const FormulaPlan&) = delete;

@@ -33,7 +33,6 @@ constexpr int16_t kStringFieldType = 3;
 constexpr int64_t kMinimumLogSpaceMB = 20;
 constexpr const char* kFunctionLibraryFile = "functionh.xml";
 constexpr int32_t kMissingFile = 7705;
-constexpr std::string_view kLineBreakInLiteral = "\" & vbCrLf & \"";
 
 // The folders a wrapper reads: the thread's session's, or, for a host
 // without a job (a designer, `tessel eval`, a file-name evaluation in a
@@ -398,31 +397,13 @@ FormulaPlan* vbWrapper::PlanFor(const std::string& evaluation) {
   return plan->Usable() && !plan->inUse ? plan : nullptr;
 }
 
-namespace {
-
-// The text as it goes into a formula: quotes doubled, line breaks joined in
-// as vbCrLf, and in quotes of its own when `quote`.
-void AppendLiteralText(std::string_view text, bool quote, std::string& out) {
-  if (quote) out.push_back('"');
-  for (;;) {
-    const size_t special = text.find_first_of("\"\n");
-    out.append(text.substr(0, special));
-    if (special == std::string_view::npos) break;
-    out.append(text[special] == '"' ? std::string_view("\"\"") : std::string_view(kLineBreakInLiteral));
-    text.remove_prefix(special + 1);
-  }
-  if (quote) out.push_back('"');
-}
-
-}  // namespace
-
 void vbWrapper::AppendFieldValue(std::string_view name, Transaction* transaction, bool authorQuoted,
                                  std::string& out) {
   if (transaction == nullptr) ThrowRuntimeError(91);
   // A field as it mostly stands, one value of text, is read in place.
   if (const char* single = transaction->SingleValueText(name)) {
     const bool quote = !authorQuoted && transaction->GetType(name) == kStringFieldType;
-    AppendLiteralText(single, quote, out);
+    FormulaPlan::AppendLiteral(single, quote, out);
     return;
   }
   const Variant value = transaction->GetFieldValues(name, 0);
@@ -455,7 +436,7 @@ void vbWrapper::AppendFieldValue(std::string_view name, Transaction* transaction
     out.append("\"\"");
     return;
   }
-  AppendLiteralText(text, isString && !authorQuoted, out);
+  FormulaPlan::AppendLiteral(text, isString && !authorQuoted, out);
 }
 
 

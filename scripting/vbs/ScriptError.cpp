@@ -49,14 +49,14 @@ const char* Message(int number) {
     case 1048: return "Must be defined inside a Class";
     case 1049: return "Expected Let or Set or Get in property declaration";
     case 1050: return "Expected 'Property'";
-    case 1051: return "Number of arguments must be consistent across properties specification";
+    case 1051: return "Number of arguments must be the same for every procedure of a property";
     case 1052: return "Cannot have multiple default property/method in a Class";
     case 1053: return "Class initialize or terminate do not have arguments";
     case 1054: return "Property set or let must have at least one argument";
     case 1055: return "Unexpected 'Next'";
     case 1056: return "'Default' can be specified only on 'Property' or 'Function' or 'Sub'";
-    case 1057: return "'Default' specification must also specify 'Public'";
-    case 1058: return "'Default' specification can only be on Property Get";
+    case 1057: return "A 'Default' member must also be 'Public'";
+    case 1058: return "'Default' can only be given to a Property Get";
     default: return "Syntax error";
   }
 }
