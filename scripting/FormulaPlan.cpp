@@ -107,8 +107,9 @@ bool FormulaPlan::Bind(Transaction* record) {
     for (size_t i = 0; i < references_.size(); ++i) {
       const Reference& reference = references_[i];
       if (!reference.stringFits && !reference.numberFits) return false;
-      std::string& written = written_[i];
-      const char* text = record->SingleValueText(reference.field);
+      Written& written = written_[i];
+      int16_t type = -1;
+      const char* text = record->SingleValueText(reference.field, &type);
       if (text == nullptr) {
         // No value is written as "" whatever the type; several values, or no
         // such field, are for the text to tell.
@@ -116,17 +117,20 @@ bool FormulaPlan::Bind(Transaction* record) {
         const Variant values = record->GetFieldValues(reference.field, 0);
         if (!values.IsEmpty() && !(values.IsString() && values.StringValue().empty())) return false;
         expression_->SetSlot(i, Variant(std::string()));
-        written.assign("\"\"");
-      } else if (record->GetType(reference.field) == kStringFieldType) {
+        written.text.clear();
+        written.quoted = true;
+      } else if (type == kStringFieldType) {
         if (!reference.stringFits || std::strpbrk(text, "\r\n") != nullptr) return false;
-        expression_->SetSlot(i, Variant(std::string(text)));
-        written.clear();
-        AppendLiteral(text, true, written);
+        // Kept as it stands: it is quoted only for a report.
+        written.text.assign(text);
+        written.quoted = true;
+        expression_->SetSlot(i, Variant(std::string(written.text)));
       } else {
         Variant number;
         if (!reference.numberFits || !vbs::CompiledExpression::NumberLiteral(text, number)) return false;
         expression_->SetSlot(i, std::move(number));
-        written.assign(text);
+        written.text.assign(text);
+        written.quoted = false;
       }
     }
     return true;
@@ -141,7 +145,7 @@ std::string FormulaPlan::WrittenOut() const {
   for (size_t i = 0; i < template_.size(); ++i) {
     if (template_[i] == kSlotMarker && i + 1 < template_.size()) {
       const size_t slot = static_cast<unsigned char>(template_[i + 1]) - 1;
-      if (slot < written_.size()) text.append(written_[slot]);
+      if (slot < written_.size()) AppendLiteral(written_[slot].text, written_[slot].quoted, text);
       ++i;
     } else {
       text.push_back(template_[i]);

@@ -87,7 +87,11 @@ class FormulaPlan {
 
   std::string template_;       // the formula, a slot marker for each reference
   std::vector<Reference> references_;
-  std::vector<std::string> written_;  // each slot's value as the last Bind wrote it out
+  struct Written {
+    std::string text;     // the value's text as the record held it
+    bool quoted = false;  // written out as a string literal
+  };
+  std::vector<Written> written_;  // each slot's value as the last Bind took it
   bool fits_ = true;           // false once a piece rules the plan out
   bool lastWasReference_ = false;
   std::unique_ptr<vbs::CompiledExpression> expression_;

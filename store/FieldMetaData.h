@@ -36,17 +36,21 @@ class FieldDictionary {
   bool Add(FieldMetaData field);
   // nullptr when the name is unknown.
   const FieldMetaData* Find(std::string_view name) const;
-  // The same, trying the field at `hint` first; `hint` then stands on the
-  // field after the one found, so that a walk in definition order finds
-  // each field without hashing its name.
+  // The same, trying the field at `hint` first, then the one before it;
+  // `hint` then stands on the field after the one found, so that a walk in
+  // definition order, asking once or twice for each field, finds each
+  // without hashing its name.
   const FieldMetaData* Find(std::string_view name, size_t& hint) const {
     if (hint < fields_.size() && fields_[hint].FieldName == name) return &fields_[hint++];
+    if (hint - 1 < fields_.size() && fields_[hint - 1].FieldName == name) return &fields_[hint - 1];
     auto found = index_.find(name);
     if (found == index_.end()) return nullptr;
     hint = found->second + 1;
     return &fields_[found->second];
   }
   size_t Count() const { return fields_.size(); }
+  // The 0-based place in the definition's order of a field Find returned.
+  size_t PlaceOf(const FieldMetaData& field) const { return static_cast<size_t>(&field - fields_.data()); }
   // 0-based, in the definition's order.
   const FieldMetaData& At(size_t index) const { return fields_[index]; }
 

@@ -83,6 +83,13 @@ inline bool IsFieldNamed(xmlNodePtr node, std::string_view name) {
 // Kept out of line: FindField mostly answers before it.
 [[gnu::noinline]] xmlNodePtr FieldAmong(xmlNodePtr first, xmlNodePtr stop, std::string_view name) {
   for (xmlNodePtr c = first; c != stop; c = c->next) {
+    if (c->type != XML_ELEMENT_NODE) continue;
+    // In fields as they are made `name` is the first attribute and one
+    // text: another text there rules the node out without further tests.
+    if (xmlAttrPtr a = c->properties; a != nullptr && a->ns == nullptr && DataNodes::SameLiteral(a->name, "name")) {
+      const char* value = DataNodes::SingleText(a);
+      if (value != nullptr && !DataNodes::SameName(reinterpret_cast<const xmlChar*>(value), name)) continue;
+    }
     if (!DataNodes::IsElement(c, "FIELD")) continue;
     xmlAttrPtr attribute = DataNodes::FindAttribute(c, "name");
     if (attribute != nullptr && DataNodes::AttributeEquals(attribute, name)) return c;
@@ -141,6 +148,7 @@ void Transaction::SetData(xmlNodePtr node) {
   try {
     data_ = node;
     lastField_ = nullptr;
+    lastPlace_ = kPlaceUnknown;
     plainKnown_ = false;
     if (data_ == nullptr) return;
     xmlAttrPtr stamp = DataNodes::FindAttribute(data_, "timestamp");
@@ -159,6 +167,7 @@ void Transaction::Recycle() {
   metaData_ = nullptr;
   data_ = nullptr;
   lastField_ = nullptr;
+  lastPlace_ = kPlaceUnknown;
   metaHint_ = 0;
   plainKnown_ = false;
   wrapper_.reset();
@@ -422,23 +431,48 @@ const FieldMetaData& Transaction::Meta(std::string_view fieldName) {
   return *meta;
 }
 
-xmlNodePtr Transaction::FindField(std::string_view fieldName) {
+xmlNodePtr Transaction::FindField(std::string_view fieldName, size_t place) {
   // Readers and writers visit a record's fields in definition order, so the
-  // search starts behind the field found last and wraps round. Field names
-  // are unique within a record, so the answer is the one a search from the
-  // first field gives.
+  // search starts behind the field found last. Field names are unique within
+  // a record, so any FIELD of this record with the name is the answer a
+  // search from the first field gives.
   const bool resume = lastField_ != nullptr && lastField_->parent == data_;
+  if (!resume) lastPlace_ = kPlaceUnknown;
   // Mostly the field wanted is the very next node and its name is the
   // element's first attribute: that is tested in a few comparisons.
   xmlNodePtr next = resume ? lastField_->next : data_->children;
   if (next != nullptr && IsFieldNamed(next, fieldName)) {
     lastField_ = next;
+    lastPlace_ = lastPlace_ == kPlaceUnknown ? (resume ? kPlaceUnknown : 0) : lastPlace_ + 1;
     return next;
+  }
+  // Otherwise the field is looked for where the factory puts it: its place
+  // in the definition, counted from the field found last when that stands
+  // before it. A record changed since only makes the guess miss.
+  if (place == kPlaceUnknown && fields_ != nullptr) {
+    if (const FieldMetaData* meta = fields_->Find(fieldName, metaHint_)) place = fields_->PlaceOf(*meta);
+  }
+  if (place < kNotInDictionary) {
+    size_t at = 0;
+    xmlNodePtr guess = data_->children;
+    if (resume && lastPlace_ != kPlaceUnknown && lastPlace_ <= place) {
+      at = lastPlace_;
+      guess = lastField_;
+    }
+    for (; guess != nullptr && at < place; ++at) guess = guess->next;
+    if (guess != nullptr && IsFieldNamed(guess, fieldName)) {
+      lastField_ = guess;
+      lastPlace_ = place;
+      return guess;
+    }
   }
   // Otherwise the rest of the fields are searched, and then those before.
   xmlNodePtr field = FieldAmong(next, nullptr, fieldName);
   if (field == nullptr && resume) field = FieldAmong(data_->children, next, fieldName);
-  if (field != nullptr) lastField_ = field;
+  if (field != nullptr) {
+    lastField_ = field;
+    lastPlace_ = kPlaceUnknown;
+  }
   return field;
 }
 
@@ -496,7 +530,7 @@ void Transaction::StoreFieldValue(std::string_view name, const Variant* value, s
   RequireData();
   // An unknown name fails here as it would after the search for its FIELD.
   const FieldMetaData& meta = Meta(name);
-  xmlNodePtr field = FindField(name);
+  xmlNodePtr field = FindField(name, fields_->PlaceOf(meta));
   if (field == nullptr) {
     field = NewFieldNode(name);
     // FIELDs stand before the RECORDS of child records.
@@ -688,9 +722,17 @@ Variant DefaultOf(int16_t type) {
 
 }  // namespace
 
-const char* Transaction::SingleValueText(std::string_view fieldName) noexcept {
+const char* Transaction::SingleValueText(std::string_view fieldName, int16_t* fieldType) noexcept {
   if (data_ == nullptr) return nullptr;
-  xmlNodePtr field = FindField(fieldName);
+  // The dictionary is asked first only for a type; the field search asks it
+  // itself when the field is not where the last one ended.
+  const FieldMetaData* meta = nullptr;
+  size_t place = kPlaceUnknown;
+  if (fieldType != nullptr) {
+    meta = fields_ != nullptr ? fields_->Find(fieldName, metaHint_) : nullptr;
+    place = meta != nullptr ? fields_->PlaceOf(*meta) : kNotInDictionary;
+  }
+  xmlNodePtr field = FindField(fieldName, place);
   xmlNodePtr values = field != nullptr ? field->children : nullptr;
   if (values == nullptr || values->next != nullptr || !DataNodes::IsElement(values, "VALUES")) return nullptr;
   xmlNodePtr value = values->children;
@@ -699,6 +741,12 @@ const char* Transaction::SingleValueText(std::string_view fieldName) noexcept {
   if (text == nullptr || text->next != nullptr || text->type != XML_TEXT_NODE || text->content == nullptr ||
       text->content[0] == '\0') {
     return nullptr;
+  }
+  if (fieldType != nullptr) {
+    // A FIELD the definition does not know has no type: reading it as a
+    // value fails as it always does, with 8103.
+    if (meta == nullptr) return nullptr;
+    *fieldType = meta->FieldType;
   }
   return C(text->content);
 }

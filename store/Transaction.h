@@ -128,7 +128,8 @@ class Transaction : public Object {
   // stored: what GetFieldValues returns as a String, valid until the record
   // changes. nullptr in every other case (no data, unknown or unset field,
   // several values), where GetFieldValues gives the answer. Never raises.
-  const char* SingleValueText(std::string_view fieldName) noexcept;
+  // `fieldType`, when given, receives the field's type where there is text.
+  const char* SingleValueText(std::string_view fieldName, int16_t* fieldType = nullptr) noexcept;
   std::vector<uint8_t> GetBinaryValue(std::string_view fieldName);
   // GetFieldValues cast to the field's type (strings are not cast).
   Variant GetFieldValueCastType(std::string_view fieldName, int32_t instance = 0);
@@ -148,8 +149,12 @@ class Transaction : public Object {
  private:
   // The FIELD of the data node; checks the name (8103) when there is none.
   xmlNodePtr GetField(std::string_view fieldName);
-  // The FIELD of the data node, or nullptr.
-  xmlNodePtr FindField(std::string_view fieldName);
+  // The FIELD of the data node, or nullptr. `place` is the field's place in
+  // the dictionary when the caller knows it, kNotInDictionary when the
+  // caller found the name missing there.
+  static constexpr size_t kPlaceUnknown = static_cast<size_t>(-1);
+  static constexpr size_t kNotInDictionary = static_cast<size_t>(-2);
+  xmlNodePtr FindField(std::string_view fieldName, size_t place = kPlaceUnknown);
   // A new VALUE element of `doc`, not linked.
   xmlNodePtr NewValueNode(xmlDocPtr doc);
   // A new FIELD of the data node's document as the factory makes fields,
@@ -180,6 +185,7 @@ class Transaction : public Object {
   xmlNodePtr metaData_ = nullptr;
   xmlNodePtr data_ = nullptr;
   xmlNodePtr lastField_ = nullptr;  // where the next field search starts; a FIELD of data_
+  size_t lastPlace_ = kPlaceUnknown;  // lastField_'s place among data_'s children, when known
   size_t metaHint_ = 0;             // where the next field dictionary search starts
   // Element and attribute names as the data document's dictionary holds
   // them, looked up once per dictionary the view works with; the view holds

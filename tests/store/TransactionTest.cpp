@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <sstream>
 
 #include "core/SafeArray.h"
@@ -235,6 +236,59 @@ TEST_F(TransactionTest, FieldsAreFoundInAnyOrderAndShape) {
     EXPECT_EQ(order->SingleValueText("NOPE"), nullptr);
     EXPECT_EQ(order->GetFieldValues("WHEN").ToString(), "1/2/2026");
   }
+}
+
+// Fields are looked for where the definition puts them first; a record whose
+// fields were moved, removed, made again or interleaved with text between
+// two lookups of one view still answers every name as a search of the
+// document does.
+TEST_F(TransactionTest, FieldsAreFoundAfterTheRecordWasRearranged) {
+  const std::vector<std::string> names = {"NUMBER", "QTY", "LOCKED", "PRICE", "WHEN", "OK"};
+  for (size_t i = 0; i < names.size(); ++i) order->SetFieldValue(names[i], Variant(std::to_string(i + 1)));
+  auto expected = [&](const std::string& name) -> std::string {
+    auto values = factory->Data()->GetNodesFromXPath("FIELD[@name='" + name + "']/VALUES/VALUE", order->Data());
+    if (values.empty()) return "(none)";
+    xmlNodePtr value = values.front();
+    xmlChar* text = xmlNodeGetContent(value);
+    std::string out(reinterpret_cast<const char*>(text));
+    xmlFree(text);
+    return out;
+  };
+  auto field = [&](const std::string& name) {
+    return factory->Data()->GetNodeFromXPath("FIELD[@name='" + name + "']", order->Data());
+  };
+  // Each step changes the record round the view, then every name is asked
+  // for in an order that jumps forwards and back.
+  const std::vector<std::function<void()>> steps = {
+      [] {},
+      [&] { xmlAddPrevSibling(field("NUMBER"), field("WHEN")); },
+      [&] { xmlAddPrevSibling(field("QTY"), xmlNewText(BAD_CAST "\n  ")); },
+      [&] {
+        xmlNodePtr gone = field("LOCKED");
+        xmlUnlinkNode(gone);
+        xmlFreeNode(gone);
+      },
+      [&] { order->SetFieldValue("LOCKED", Variant("again")); },
+      [&] { xmlAddNextSibling(field("OK"), field("NUMBER")); },
+      [&] { xmlAddPrevSibling(order->Data()->children, xmlNewComment(BAD_CAST "c")); },
+  };
+  const std::vector<size_t> order1 = {5, 0, 3, 1, 4, 2, 2, 0, 5, 1, 3, 4};
+  for (size_t s = 0; s < steps.size(); ++s) {
+    steps[s]();
+    for (size_t k : order1) {
+      const std::string& name = names[k];
+      const char* single = order->SingleValueText(name);
+      EXPECT_EQ(single != nullptr ? std::string(single) : "(none)", expected(name)) << name << " after step " << s;
+      EXPECT_EQ(order->GetFieldValues(name).ToString(), expected(name) == "(none)" ? "" : expected(name))
+          << name << " after step " << s;
+    }
+  }
+  // Written through the same view, each field keeps one FIELD element.
+  order->SetFieldValue("QTY", Variant("7"), true);
+  order->SetFieldValue("OK", Variant("true"), true);
+  EXPECT_EQ(factory->Data()->GetNodesFromXPath("FIELD[@name='QTY']", order->Data()).size(), 1u);
+  EXPECT_EQ(factory->Data()->GetNodesFromXPath("FIELD[@name='OK']", order->Data()).size(), 1u);
+  EXPECT_EQ(expected("QTY"), "7");
 }
 
 // The field is made as the factory makes fields and goes after the others,
