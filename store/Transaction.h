@@ -128,7 +128,8 @@ class Transaction : public Object {
   // stored: what GetFieldValues returns as a String, valid until the record
   // changes. nullptr in every other case (no data, unknown or unset field,
   // several values), where GetFieldValues gives the answer. Never raises.
-  // `fieldType`, when given, receives the field's type where there is text.
+  // `fieldType`, when given, receives the field's type where there is text;
+  // a field the definition does not know then gives nullptr as well.
   const char* SingleValueText(std::string_view fieldName, int16_t* fieldType = nullptr) noexcept;
   std::vector<uint8_t> GetBinaryValue(std::string_view fieldName);
   // GetFieldValues cast to the field's type (strings are not cast).

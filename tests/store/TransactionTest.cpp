@@ -213,6 +213,21 @@ TEST_F(TransactionTest, SingleValueTextIsTheStoredTextOfAFieldOfOneValueOnly) {
   EXPECT_EQ(order->SingleValueText("QTY"), nullptr);
   EXPECT_EQ(order->GetFieldValues("QTY").StringValue(), "");
 
+  // Asked with its type: the field's type comes with its text. A FIELD the
+  // definition does not know has a text but no type.
+  int16_t type = -1;
+  EXPECT_STREQ(order->SingleValueText("PRICE", &type), "2.5");
+  EXPECT_EQ(type, 2);
+  EXPECT_STREQ(order->SingleValueText("NUMBER", &type), "n 1");
+  EXPECT_EQ(type, 3);
+  xmlNodePtr extra = xmlNewChild(order->Data(), nullptr, BAD_CAST "FIELD", nullptr);
+  xmlNewProp(extra, BAD_CAST "name", BAD_CAST "EXTRA");
+  xmlNewChild(xmlNewChild(extra, nullptr, BAD_CAST "VALUES", nullptr), nullptr, BAD_CAST "VALUE", BAD_CAST "x");
+  EXPECT_STREQ(order->SingleValueText("EXTRA"), "x");
+  type = -1;
+  EXPECT_EQ(order->SingleValueText("EXTRA", &type), nullptr);
+  EXPECT_EQ(type, -1);
+
   Ref<Transaction> bare = MakeRef<Transaction>();
   EXPECT_EQ(bare->SingleValueText("NUMBER"), nullptr);  // no data: no error
 }
