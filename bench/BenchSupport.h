@@ -4,6 +4,7 @@
 // own, so that one size's peak memory does not stand in the next one's figures.
 #pragma once
 
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -30,6 +31,14 @@ inline double ThreadCpuSeconds() {
   timespec t{};
   clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
   return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_nsec) * 1e-9;
+}
+
+// User time of the calling thread: its own work, without the kernel's (page
+// faults above all, whose price depends on the machine's memory).
+inline double ThreadUserSeconds() {
+  rusage usage{};
+  getrusage(RUSAGE_THREAD, &usage);
+  return static_cast<double>(usage.ru_utime.tv_sec) + static_cast<double>(usage.ru_utime.tv_usec) * 1e-6;
 }
 
 // VmHWM of /proc/self/status, in bytes.

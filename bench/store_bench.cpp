@@ -28,6 +28,7 @@
 using namespace tessel;
 using tessel::bench::CpuSeconds;
 using tessel::bench::ThreadCpuSeconds;
+using tessel::bench::ThreadUserSeconds;
 using tessel::bench::PeakResidentBytes;
 
 namespace {
@@ -61,6 +62,7 @@ std::vector<double> Run(long records) {
   auto start = Clock::now();
   const double cpuStart = CpuSeconds();
   const double threadStart = ThreadCpuSeconds();
+  const double userStart = ThreadUserSeconds();
   for (long r = 0; r < records; ++r) {
     Ref<Transaction> row = factory->CreateTransaction("ROW");
     for (int f = 0; f < kFields; ++f) {
@@ -87,6 +89,7 @@ std::vector<double> Run(long records) {
   auto read = Clock::now();
   const double cpuRead = CpuSeconds();
   const double threadRead = ThreadCpuSeconds();
+  const double userRead = ThreadUserSeconds();
   const long peak = PeakResidentBytes();
   const double fieldValues = static_cast<double>(records) * kFields;
   auto perField = [&](double seconds) { return seconds * 1e9 / fieldValues; };
@@ -96,17 +99,18 @@ std::vector<double> Run(long records) {
   getrusage(RUSAGE_THREAD, &usage);
   std::printf("N=%-8ld write %6.1f ns/field  read %6.1f ns/field (wall; CPU of the thread %.1f / %.1f, "
               "of the process %.1f / %.1f)  peak %6.1f bytes/field value (%.0f above start)  "
-              "total %.2f s wall  page faults on the thread %ld  [%zu]\n",
+              "total %.2f s wall, %.2f s user time of the thread  page faults on the thread %ld  [%zu]\n",
               records, perField(wallWrite), perField(wallRead), perField(threadWritten - threadStart),
               perField(threadRead - threadWritten), perField(cpuWritten - cpuStart), perField(cpuRead - cpuWritten),
-              peak / fieldValues, (peak - baseline) / fieldValues, wallWrite + wallRead, usage.ru_minflt, checksum);
+              peak / fieldValues, (peak - baseline) / fieldValues, wallWrite + wallRead, userRead - userStart,
+              usage.ru_minflt, checksum);
   std::fflush(stdout);
-  return {wallWrite + wallRead, threadRead - threadStart};
+  return {wallWrite + wallRead, threadRead - threadStart, userRead - userStart};
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   return tessel::bench::RunSizesAndCompare(argc, argv, {100000, 1000000}, Run,
-                                           {"the wall time", "the thread's CPU time"});
+                                           {"the wall time", "the thread's CPU time", "its user time"});
 }
