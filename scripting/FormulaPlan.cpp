@@ -105,11 +105,23 @@ bool FormulaPlan::Bind(Transaction* record) {
   written_.resize(references_.size());
   try {
     for (size_t i = 0; i < references_.size(); ++i) {
-      const Reference& reference = references_[i];
+      Reference& reference = references_[i];
       if (!reference.stringFits && !reference.numberFits) return false;
       Written& written = written_[i];
       int16_t type = -1;
-      const char* text = record->SingleValueText(reference.field, &type);
+      const char* text = nullptr;
+      const std::shared_ptr<const FieldDictionary>& dictionary = record->FieldMetaDataDictionary();
+      if (dictionary != nullptr && dictionary == reference.dictionary) {
+        text = record->SingleValueTextAt(reference.field, reference.place);
+        type = reference.type;
+      } else {
+        text = record->SingleValueText(reference.field, &type);
+        if (const FieldMetaData* meta = dictionary != nullptr ? dictionary->Find(reference.field) : nullptr) {
+          reference.dictionary = dictionary;
+          reference.place = dictionary->PlaceOf(*meta);
+          reference.type = meta->FieldType;
+        }
+      }
       if (text == nullptr) {
         // No value is written as "" whatever the type; several values, or no
         // such field, are for the text to tell.

@@ -27,6 +27,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -38,6 +39,7 @@ namespace vbs {
 class CompiledExpression;
 }
 
+class FieldDictionary;
 class Transaction;
 
 class FormulaPlan {
@@ -83,6 +85,12 @@ class FormulaPlan {
     std::string field;
     bool stringFits = false;   // neighbours allow a quoted value
     bool numberFits = false;   // neighbours allow a bare number
+    // The field's place and type in the dictionary of the records bound
+    // last, kept (and the dictionary held) so that records of that type
+    // are read without asking it.
+    std::shared_ptr<const FieldDictionary> dictionary;
+    size_t place = 0;
+    int16_t type = 0;
   };
 
   std::string template_;       // the formula, a slot marker for each reference

@@ -732,7 +732,22 @@ const char* Transaction::SingleValueText(std::string_view fieldName, int16_t* fi
     meta = fields_ != nullptr ? fields_->Find(fieldName, metaHint_) : nullptr;
     place = meta != nullptr ? fields_->PlaceOf(*meta) : kNotInDictionary;
   }
-  xmlNodePtr field = FindField(fieldName, place);
+  const char* text = SingleTextOf(FindField(fieldName, place));
+  if (text != nullptr && fieldType != nullptr) {
+    // A FIELD the definition does not know has no type: reading it as a
+    // value fails as it always does, with 8103.
+    if (meta == nullptr) return nullptr;
+    *fieldType = meta->FieldType;
+  }
+  return text;
+}
+
+const char* Transaction::SingleValueTextAt(std::string_view fieldName, size_t place) noexcept {
+  if (data_ == nullptr) return nullptr;
+  return SingleTextOf(FindField(fieldName, place));
+}
+
+const char* Transaction::SingleTextOf(xmlNodePtr field) noexcept {
   xmlNodePtr values = field != nullptr ? field->children : nullptr;
   if (values == nullptr || values->next != nullptr || !DataNodes::IsElement(values, "VALUES")) return nullptr;
   xmlNodePtr value = values->children;
@@ -741,12 +756,6 @@ const char* Transaction::SingleValueText(std::string_view fieldName, int16_t* fi
   if (text == nullptr || text->next != nullptr || text->type != XML_TEXT_NODE || text->content == nullptr ||
       text->content[0] == '\0') {
     return nullptr;
-  }
-  if (fieldType != nullptr) {
-    // A FIELD the definition does not know has no type: reading it as a
-    // value fails as it always does, with 8103.
-    if (meta == nullptr) return nullptr;
-    *fieldType = meta->FieldType;
   }
   return C(text->content);
 }
@@ -874,13 +883,16 @@ bool Transaction::IsEmpty() {
     // defines it and it holds a value. Names are unique within a record, so
     // this is the answer of a lookup per defined field, without its search.
     if (fieldCount_ > 0) {
+      size_t hint = 0;  // fields mostly stand in the dictionary's order
       for (xmlNodePtr field = data_->children; field != nullptr; field = field->next) {
         if (!DataNodes::IsElement(field, "FIELD")) continue;
         xmlAttrPtr name = DataNodes::FindAttribute(field, "name");
         if (name == nullptr) continue;
         const char* single = DataNodes::SingleText(name);
         const std::string text = single != nullptr ? std::string() : DataNodes::AttributeValue(name);
-        if (fields_->Find(single != nullptr ? std::string_view(single) : std::string_view(text)) == nullptr) continue;
+        if (fields_->Find(single != nullptr ? std::string_view(single) : std::string_view(text), hint) == nullptr) {
+          continue;
+        }
         if (GetValueCount(field) > 0) return false;
       }
     }

@@ -131,6 +131,9 @@ class Transaction : public Object {
   // `fieldType`, when given, receives the field's type where there is text;
   // a field the definition does not know then gives nullptr as well.
   const char* SingleValueText(std::string_view fieldName, int16_t* fieldType = nullptr) noexcept;
+  // The same for a field the caller found at `place` of this view's field
+  // dictionary (FieldDictionary::PlaceOf), without asking the dictionary.
+  const char* SingleValueTextAt(std::string_view fieldName, size_t place) noexcept;
   std::vector<uint8_t> GetBinaryValue(std::string_view fieldName);
   // GetFieldValues cast to the field's type (strings are not cast).
   Variant GetFieldValueCastType(std::string_view fieldName, int32_t instance = 0);
@@ -169,6 +172,8 @@ class Transaction : public Object {
   const xmlChar* DocumentName(xmlDocPtr doc, std::string_view literal, const xmlChar*& cached);
   xmlNodePtr GetMetaDataField(std::string_view fieldName);
   xmlNodePtr GetValuesNode(xmlNodePtr field);
+  // The text of the single value of `field` (null allowed), as SingleValueText gives it.
+  static const char* SingleTextOf(xmlNodePtr field) noexcept;
   int32_t GetValueCount(xmlNodePtr field);
   void CheckFieldExists(std::string_view fieldName);
   const FieldMetaData& Meta(std::string_view fieldName);

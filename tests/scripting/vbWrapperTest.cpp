@@ -168,6 +168,33 @@ TEST_F(ScriptHostTest, AFormulaGivesWhatItsWrittenOutTextGivesForEveryRecord) {
   EXPECT_EQ(compared, formulas.size() * names.size() * 3);
 }
 
+// One formula on records of two types whose field of the same name stands
+// elsewhere and has another type: each record is read by its own type.
+TEST_F(ScriptHostTest, AFormulaOnRecordsOfTwoTypesReadsEachByItsOwnType) {
+  auto twoTypes = test::MakeFactory(
+      "<TRANSFORM id=\"T1\" parentid=\"\" type=\"1\"><OPTIONS/><TRANSFORMDETAIL><RECORDS>"
+      "<RECORD id=\"ORDER\" parentid=\"\" hashcode=\"1\"><FIELD name=\"Code\" type=\"3\"/>"
+      "<FIELD name=\"Other\" type=\"3\"/></RECORD>"
+      "<RECORD id=\"LINE\" parentid=\"ORDER\" hashcode=\"2\"><FIELD name=\"Qty\" type=\"1\"/>"
+      "<FIELD name=\"Note\" type=\"3\"/><FIELD name=\"Code\" type=\"1\"/></RECORD>"
+      "</RECORDS></TRANSFORMDETAIL></TRANSFORM>");
+  Ref<Transaction> head = twoTypes->CreateTransaction("ORDER");
+  Ref<Transaction> line = twoTypes->CreateTransaction("LINE");
+  head->SetFieldValue("Code", Variant("007"));
+  line->SetFieldValue("Qty", Variant(2));
+  line->SetFieldValue("Code", Variant("007"));
+  for (int round = 0; round < 3; ++round) {
+    // A string "007" doubled is a Double 14 either way; its type tells:
+    // the string stays text when joined, the number loses its zeros.
+    EXPECT_EQ(Host().Evaluate("%Code & \"|\" & TypeName(%Code)", head.get(), "F").ToString(), "007|String");
+    EXPECT_EQ(Host().Evaluate("%Code & \"|\" & TypeName(%Code)", line.get(), "F").ToString(), "7|Integer");
+  }
+  // Unset on the next record of the first type: written out as "".
+  Ref<Transaction> other = twoTypes->CreateTransaction("ORDER");
+  other->SetFieldValue("Other", Variant("x"));
+  EXPECT_EQ(Host().Evaluate("%Code & \"|\" & TypeName(%Code)", other.get(), "F").ToString(), "|String");
+}
+
 // A failure's report shows the values the formula ran with, also when the
 // formula changed its record before it failed.
 TEST_F(ScriptHostTest, AFailureShowsTheValuesTheFormulaRanWith) {
