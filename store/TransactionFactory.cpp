@@ -139,21 +139,24 @@ std::shared_ptr<const FieldDictionary> TransactionFactory::GetMetaFieldData(std:
 xmlNodePtr TransactionFactory::InitDataTran(std::string_view tranId, xmlNodePtr record, std::string_view recordName) {
   std::string key(tranId);
   auto found = templateByType_.find(key);
-  xmlNodePtr model;
   if (found == templateByType_.end()) {
     xmlDocPtr doc = templates_->DOMDocument();
-    model = templates_->GenerateNode("RECORD");
+    Template made;
+    made.model = templates_->GenerateNode("RECORD");
     for (xmlNodePtr field = record->children; field != nullptr; field = field->next) {
       if (!DataNodes::IsElement(field, "FIELD")) continue;
       xmlAttrPtr name = DataNodes::FindAttribute(field, "name");
       Check(name != nullptr, 7701, "No matching attribute [%1] could be found in the node.", Variant("name"));
-      xmlAddChild(model, InitFldNode(doc, DataNodes::AttributeValue(name)));
+      xmlAddChild(made.model, InitFldNode(doc, DataNodes::AttributeValue(name)));
     }
-    templateByType_.emplace(std::move(key), model);
-  } else {
-    model = found->second;
+    made.image = RecordImage::Make(made.model);
+    found = templateByType_.emplace(std::move(key), std::move(made)).first;
   }
-  xmlNodePtr node = DataNodes::CloneElement(data_->DOMDocument(), model);
+  const Template& model = found->second;
+  xmlDocPtr target = data_->DOMDocument();
+  xmlNodePtr node = model.image != nullptr && model.image->CopiesInto(target)
+                        ? model.image->Copy(target)
+                        : DataNodes::CloneElement(target, model.model);
   // Kept with the document's generated nodes until AddTransaction links it.
   data_->KeepGenerated(node);
   if (!recordName.empty()) DataNodes::SetAttribute(node, "name", recordName);

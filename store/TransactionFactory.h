@@ -39,6 +39,7 @@
 #include "core/Object.h"
 #include "core/Variant.h"
 #include "store/FieldMetaData.h"
+#include "store/RecordImage.h"
 #include "store/XMLWrapper.h"
 
 namespace tessel {
@@ -159,7 +160,12 @@ class TransactionFactory : public std::enable_shared_from_this<TransactionFactor
   std::array<Ref<Transaction>, 2> spares_;
   size_t lastSpare_ = 0;  // the one handed out last
   Ref<XMLWrapper> templates_;  // holds the empty RECORD of each record type
-  std::unordered_map<std::string, xmlNodePtr> templateByType_;
+  // The empty RECORD of each record type, and its image for copying when it has one.
+  struct Template {
+    xmlNodePtr model = nullptr;
+    std::unique_ptr<RecordImage> image;
+  };
+  std::unordered_map<std::string, Template> templateByType_;
   std::unordered_map<std::string, std::shared_ptr<const FieldDictionary>> fieldsByType_;
   std::unordered_map<std::string, KeyIndex> indexes_;
   std::unordered_map<std::string, int> depthByType_;

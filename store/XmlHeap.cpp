@@ -418,6 +418,21 @@ void* XmlHeap::Allocate(size_t size) {
   return std::malloc(size);
 }
 
+bool XmlHeap::AllocateEach(const uint16_t* sizes, size_t count, void** blocks) {
+  Heap* heap = gHeap.load(std::memory_order_acquire);
+  for (size_t i = 0; i < count; ++i) {
+    void* block = nullptr;
+    if (heap != nullptr && sizes[i] <= kMaxSmall) block = Take(heap, ClassOf(sizes[i]));
+    if (block == nullptr) block = std::malloc(sizes[i]);
+    if (block == nullptr) {
+      while (i > 0) Free(blocks[--i]);
+      return false;
+    }
+    blocks[i] = block;
+  }
+  return true;
+}
+
 void* XmlHeap::AllocateCounted(size_t size) {
   Heap* heap = gHeap.load(std::memory_order_acquire);
   if (size > kMaxSmall || heap == nullptr) return nullptr;

@@ -26,6 +26,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 namespace tessel {
 
@@ -50,6 +51,10 @@ class XmlHeap {
   // block is freed when the last reference goes. nullptr when the heap is
   // not there or the size is above kMaxSmall. The count starts at 1.
   static void* AllocateCounted(size_t size);
+  // Allocate for each of `count` sizes, into `blocks`: what `count` calls
+  // give, in one. On failure (no memory) frees what it took, and returns
+  // false.
+  static bool AllocateEach(const uint16_t* sizes, size_t count, void** blocks);
   // One more reference; `block` must be counted.
   static void Retain(void* block);
   static bool IsCounted(const void* block);

@@ -1,0 +1,166 @@
+#include "store/RecordImage.h"
+
+#include <libxml/parserInternals.h>
+
+#include <cstddef>
+#include <cstring>
+#include <new>
+#include <unordered_map>
+
+#include "store/DataNodes.h"
+#include "store/XmlHeap.h"
+
+namespace tessel {
+
+namespace {
+
+// Elements and attributes begin alike up to `doc`: the links and the
+// document are set at the same places in both.
+static_assert(offsetof(xmlNode, parent) == offsetof(xmlAttr, parent));
+static_assert(offsetof(xmlNode, next) == offsetof(xmlAttr, next));
+static_assert(offsetof(xmlNode, prev) == offsetof(xmlAttr, prev));
+static_assert(offsetof(xmlNode, doc) == offsetof(xmlAttr, doc));
+constexpr uint32_t kDocOffset = offsetof(xmlNode, doc);
+
+}  // namespace
+
+RecordImage::RecordImage(Key) {}
+
+std::unique_ptr<RecordImage> RecordImage::Make(xmlNodePtr model) {
+  if (model == nullptr || model->doc == nullptr || model->doc->dict == nullptr) return nullptr;
+  auto image = std::make_unique<RecordImage>(Key());
+  image->templateDoc_ = model->doc;
+  if (!image->AddElement(model)) return nullptr;
+  std::unordered_map<const void*, uint32_t> indexes;
+  for (uint32_t i = 0; i < image->sources_.size(); ++i) indexes.emplace(image->sources_[i], i);
+  for (uint32_t i = 0; i < image->sources_.size(); ++i) image->AddLinks(i, indexes);
+  image->blocks_.assign(image->sources_.size() + 1, nullptr);
+  return image;
+}
+
+bool RecordImage::AddElement(xmlNodePtr element) {
+  if (element->type != XML_ELEMENT_NODE || element->ns != nullptr || element->nsDef != nullptr ||
+      element->content != nullptr || element->_private != nullptr || element->psvi != nullptr ||
+      element->doc != templateDoc_ || xmlDictOwns(templateDoc_->dict, element->name) != 1) {
+    return false;
+  }
+  sources_.push_back(element);
+  sizes_.push_back(sizeof(xmlNode));
+  for (xmlAttrPtr a = element->properties; a != nullptr; a = a->next) {
+    xmlNodePtr text = a->children;
+    if (a->type != XML_ATTRIBUTE_NODE || a->ns != nullptr || a->_private != nullptr || a->psvi != nullptr ||
+        a->atype != 0 || a->doc != templateDoc_ || xmlDictOwns(templateDoc_->dict, a->name) != 1 ||
+        text == nullptr || text != a->last || text->type != XML_TEXT_NODE || text->next != nullptr) {
+      return false;
+    }
+    sources_.push_back(a);
+    sizes_.push_back(sizeof(xmlAttr));
+    if (XmlHeap::IsCounted(text)) {
+      sharedTexts_.push_back(text);
+      continue;
+    }
+    // A text of the attribute's own is copied with it: its text is either
+    // inside the node, moving with it, or the dictionary's.
+    const auto* inside = reinterpret_cast<const xmlChar*>(&text->properties);
+    if (text->_private != nullptr || text->psvi != nullptr || text->doc != templateDoc_ || text->content == nullptr ||
+        text->name != xmlStringText || text->ns != nullptr || text->nsDef != nullptr ||
+        (text->content != inside && xmlDictOwns(templateDoc_->dict, text->content) != 1)) {
+      return false;
+    }
+    if (text->content == inside) textsInside_.push_back(static_cast<uint32_t>(sources_.size()));
+    sources_.push_back(text);
+    sizes_.push_back(sizeof(xmlNode));
+  }
+  for (xmlNodePtr child = element->children; child != nullptr; child = child->next) {
+    if (!AddElement(child)) return false;
+  }
+  return true;
+}
+
+void RecordImage::AddLinks(uint32_t index, const std::unordered_map<const void*, uint32_t>& indexes) {
+  const void* source = sources_[index];
+  const auto none = static_cast<uint32_t>(sources_.size());
+  auto link = [&](const void* target, uint32_t offset) {
+    // A field the template leaves empty stays empty in the copy. The root's
+    // place among the template document's nodes is not part of the image
+    // (it changes as templates are added): Copy clears it.
+    if (target == nullptr) return;
+    auto found = indexes.find(target);
+    links_.push_back(Link{index, offset, found != indexes.end() ? found->second : none});
+  };
+  if (index == 0) {
+    auto* root = static_cast<const xmlNode*>(source);
+    link(root->children, offsetof(xmlNode, children));
+    link(root->last, offsetof(xmlNode, last));
+    link(root->properties, offsetof(xmlNode, properties));
+    return;
+  }
+  if (sizes_[index] == sizeof(xmlAttr)) {
+    auto* a = static_cast<const xmlAttr*>(source);
+    link(a->parent, offsetof(xmlAttr, parent));
+    link(a->next, offsetof(xmlAttr, next));
+    link(a->prev, offsetof(xmlAttr, prev));
+    // A shared text is no node of the image: the copy holds it as it is.
+    if (indexes.count(a->children) != 0) {
+      link(a->children, offsetof(xmlAttr, children));
+      link(a->last, offsetof(xmlAttr, last));
+    }
+    return;
+  }
+  auto* e = static_cast<const xmlNode*>(source);
+  if (e->type == XML_TEXT_NODE) {
+    // An attribute's own text: where an element has its attributes, a text
+    // may hold its text, which is no link.
+    link(e->parent, offsetof(xmlNode, parent));
+    return;
+  }
+  link(e->parent, offsetof(xmlNode, parent));
+  link(e->next, offsetof(xmlNode, next));
+  link(e->prev, offsetof(xmlNode, prev));
+  link(e->children, offsetof(xmlNode, children));
+  link(e->last, offsetof(xmlNode, last));
+  link(e->properties, offsetof(xmlNode, properties));
+}
+
+bool RecordImage::CopiesInto(xmlDocPtr doc) const {
+  return doc != nullptr && doc->dict != nullptr && doc->dict == templateDoc_->dict && DataNodes::PlainConstruction();
+}
+
+xmlNodePtr RecordImage::Copy(xmlDocPtr doc) const {
+  const size_t count = sources_.size();
+  void** blocks = blocks_.data();
+  // Blocks as xmlMalloc gives them, since xmlFree will free them.
+  if (XmlHeap::Installed()) {
+    if (!XmlHeap::AllocateEach(sizes_.data(), count, blocks)) throw std::bad_alloc();
+  } else {
+    for (size_t i = 0; i < count; ++i) {
+      blocks[i] = xmlMalloc(sizes_[i]);
+      if (blocks[i] == nullptr) {
+        while (i > 0) xmlFree(blocks[--i]);
+        throw std::bad_alloc();
+      }
+    }
+  }
+  for (size_t i = 0; i < count; ++i) {
+    if (sizes_[i] == sizeof(xmlNode)) {
+      std::memcpy(blocks[i], sources_[i], sizeof(xmlNode));
+    } else {
+      std::memcpy(blocks[i], sources_[i], sizeof(xmlAttr));
+    }
+    std::memcpy(static_cast<char*>(blocks[i]) + kDocOffset, &doc, sizeof doc);
+  }
+  for (uint32_t index : textsInside_) {
+    auto* text = static_cast<xmlNodePtr>(blocks[index]);
+    text->content = reinterpret_cast<xmlChar*>(&text->properties);
+  }
+  auto* root = static_cast<xmlNodePtr>(blocks[0]);
+  root->parent = root->next = root->prev = nullptr;
+  for (const Link& link : links_) {
+    std::memcpy(static_cast<char*>(blocks[link.node]) + link.offset, &blocks[link.target], sizeof(void*));
+  }
+  // Each attribute's value is the template's shared text: one more holder.
+  for (void* text : sharedTexts_) XmlHeap::Retain(text);
+  return root;
+}
+
+}  // namespace tessel
