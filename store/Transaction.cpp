@@ -437,18 +437,22 @@ xmlNodePtr Transaction::FindField(std::string_view fieldName, size_t place) {
   // a record, so any FIELD of this record with the name is the answer a
   // search from the first field gives.
   const bool resume = lastField_ != nullptr && lastField_->parent == data_;
-  if (!resume) lastPlace_ = kPlaceUnknown;
   // Mostly the field wanted is the very next node and its name is the
   // element's first attribute: that is tested in a few comparisons.
   xmlNodePtr next = resume ? lastField_->next : data_->children;
   if (next != nullptr && IsFieldNamed(next, fieldName)) {
+    lastPlace_ = !resume ? 0 : lastPlace_ == kPlaceUnknown ? kPlaceUnknown : lastPlace_ + 1;
     lastField_ = next;
-    lastPlace_ = lastPlace_ == kPlaceUnknown ? (resume ? kPlaceUnknown : 0) : lastPlace_ + 1;
     return next;
   }
-  // Otherwise the field is looked for where the factory puts it: its place
-  // in the definition, counted from the field found last when that stands
-  // before it. A record changed since only makes the guess miss.
+  return FindFieldElsewhere(fieldName, place, resume, next);
+}
+
+xmlNodePtr Transaction::FindFieldElsewhere(std::string_view fieldName, size_t place, bool resume, xmlNodePtr next) {
+  if (!resume) lastPlace_ = kPlaceUnknown;
+  // The field is looked for where the factory puts it: its place in the
+  // definition, counted from the field found last when that stands before
+  // it. A record changed since only makes the guess miss.
   if (place == kPlaceUnknown && fields_ != nullptr) {
     if (const FieldMetaData* meta = fields_->Find(fieldName, metaHint_)) place = fields_->PlaceOf(*meta);
   }
@@ -722,6 +726,20 @@ Variant DefaultOf(int16_t type) {
 
 }  // namespace
 
+// Inlined: it is most of the work of a field read in order.
+[[gnu::always_inline]] inline const char* Transaction::SingleTextOf(xmlNodePtr field) noexcept {
+  xmlNodePtr values = field != nullptr ? field->children : nullptr;
+  if (values == nullptr || values->next != nullptr || !DataNodes::IsElement(values, "VALUES")) return nullptr;
+  xmlNodePtr value = values->children;
+  if (value == nullptr || value->next != nullptr || !DataNodes::IsElement(value, "VALUE")) return nullptr;
+  xmlNodePtr text = value->children;
+  if (text == nullptr || text->next != nullptr || text->type != XML_TEXT_NODE || text->content == nullptr ||
+      text->content[0] == '\0') {
+    return nullptr;
+  }
+  return C(text->content);
+}
+
 const char* Transaction::SingleValueText(std::string_view fieldName, int16_t* fieldType) noexcept {
   if (data_ == nullptr) return nullptr;
   // The dictionary is asked first only for a type; the field search asks it
@@ -747,18 +765,6 @@ const char* Transaction::SingleValueTextAt(std::string_view fieldName, size_t pl
   return SingleTextOf(FindField(fieldName, place));
 }
 
-const char* Transaction::SingleTextOf(xmlNodePtr field) noexcept {
-  xmlNodePtr values = field != nullptr ? field->children : nullptr;
-  if (values == nullptr || values->next != nullptr || !DataNodes::IsElement(values, "VALUES")) return nullptr;
-  xmlNodePtr value = values->children;
-  if (value == nullptr || value->next != nullptr || !DataNodes::IsElement(value, "VALUE")) return nullptr;
-  xmlNodePtr text = value->children;
-  if (text == nullptr || text->next != nullptr || text->type != XML_TEXT_NODE || text->content == nullptr ||
-      text->content[0] == '\0') {
-    return nullptr;
-  }
-  return C(text->content);
-}
 
 Variant Transaction::GetFieldValues(std::string_view fieldName, int32_t instance) {
   try {

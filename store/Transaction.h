@@ -159,6 +159,9 @@ class Transaction : public Object {
   static constexpr size_t kPlaceUnknown = static_cast<size_t>(-1);
   static constexpr size_t kNotInDictionary = static_cast<size_t>(-2);
   xmlNodePtr FindField(std::string_view fieldName, size_t place = kPlaceUnknown);
+  // FindField where the field is not the node after the last one found.
+  [[gnu::noinline]] xmlNodePtr FindFieldElsewhere(std::string_view fieldName, size_t place, bool resume,
+                                                  xmlNodePtr next);
   // A new VALUE element of `doc`, not linked.
   xmlNodePtr NewValueNode(xmlDocPtr doc);
   // A new FIELD of the data node's document as the factory makes fields,
