@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <random>
 #include <sstream>
 
 #include "core/SafeArray.h"
@@ -304,6 +305,101 @@ TEST_F(TransactionTest, FieldsAreFoundAfterTheRecordWasRearranged) {
   EXPECT_EQ(factory->Data()->GetNodesFromXPath("FIELD[@name='QTY']", order->Data()).size(), 1u);
   EXPECT_EQ(factory->Data()->GetNodesFromXPath("FIELD[@name='OK']", order->Data()).size(), 1u);
   EXPECT_EQ(expected("QTY"), "7");
+}
+
+// Views with different dictionaries read and write one record while its
+// fields are moved, taken out and put back elsewhere, and text and comments
+// are put between them: every answer is the one XPath gives for the record
+// as it stands, and a write never makes a second FIELD of a name.
+TEST_F(TransactionTest, ViewsOfARecordChangedUnderThemAgreeWithXPath) {
+  const std::vector<std::string> names = {"NUMBER", "QTY", "NOTE", "LOCKED", "PRICE", "WHEN", "OK", "CODES"};
+  // A dictionary in the opposite order, so that its places are all wrong.
+  auto reversed = std::make_shared<FieldDictionary>();
+  for (size_t i = names.size(); i-- > 0;) reversed->Add(FieldMetaData{names[i], kFieldString, true});
+  for (unsigned seed = 1; seed <= 400; ++seed) {
+    std::mt19937 random(seed);
+    auto pick = [&](size_t n) { return static_cast<size_t>(random() % n); };
+    auto context = TopContext(*factory, true);
+    Ref<Transaction> record = factory->CreateTransaction("ORDER");
+    factory->AddTransaction(*record, *context);
+    if (pick(2) == 0) factory->AddTransaction(*factory->CreateTransaction("LINE"), *context);
+    Ref<Transaction> other = factory->TransactionAtNode(record->Data());
+    Ref<Transaction> backwards = MakeRef<Transaction>();
+    backwards->SetData(record->Data());
+    backwards->SetFieldMetaDataDictionary(reversed);
+    const std::vector<Transaction*> writers = {record.get(), other.get()};
+    const std::vector<Transaction*> readers = {record.get(), other.get(), backwards.get()};
+    xmlNodePtr data = record->Data();
+    std::vector<xmlNodePtr> takenOut;  // unlinked FIELDs, freed at the end
+    auto children = [&] {
+      std::vector<xmlNodePtr> out;
+      for (xmlNodePtr c = data->children; c != nullptr; c = c->next) out.push_back(c);
+      return out;
+    };
+    auto fields = [&](const std::string& name) {
+      return factory->Data()->GetNodesFromXPath("FIELD[@name='" + name + "']", data);
+    };
+    auto expected = [&](const std::string& name) -> std::string {
+      auto values = factory->Data()->GetNodesFromXPath("FIELD[@name='" + name + "'][1]/VALUES/VALUE", data);
+      if (values.size() != 1) return values.empty() ? "(none)" : "(several)";
+      xmlChar* text = xmlNodeGetContent(values.front());
+      std::string out(reinterpret_cast<const char*>(text));
+      xmlFree(text);
+      return out;
+    };
+    std::string steps;
+    for (int step = 0; step < 120 && !HasFailure(); ++step) {
+      const std::string& name = names[pick(names.size())];
+      const size_t op = pick(8);
+      steps += std::to_string(op) + name + " ";
+      const std::string trace = "seed " + std::to_string(seed) + ": " + steps;
+      if (op <= 1) {
+        writers[pick(writers.size())]->SetFieldValue(name, Variant(std::to_string(step)), pick(2) == 0);
+        EXPECT_EQ(fields(name).size(), 1u) << trace;
+      } else if (op <= 3) {
+        Transaction& view = *readers[pick(readers.size())];
+        const std::string want = expected(name);
+        int16_t type = -1;
+        const char* single = op == 2 ? view.SingleValueText(name) : view.SingleValueText(name, &type);
+        EXPECT_EQ(single != nullptr ? std::string(single) : "(none)", want == "(several)" ? "(none)" : want) << trace;
+        if (want != "(several)" && want != "(none)") {
+          EXPECT_EQ(view.GetFieldValues(name).ToString(), want) << trace;
+        }
+      } else if (op == 4) {
+        auto existing = fields(name);
+        auto all = children();
+        xmlNodePtr target = all.empty() ? nullptr : all[pick(all.size())];
+        if (!existing.empty() && target != nullptr && target != existing.front()) {
+          xmlUnlinkNode(existing.front());
+          if (pick(2) == 0) xmlAddPrevSibling(target, existing.front()); else xmlAddNextSibling(target, existing.front());
+        }
+      } else if (op == 5) {
+        xmlNodePtr added = pick(2) == 0 ? xmlNewText(BAD_CAST "\n  ") : xmlNewComment(BAD_CAST "c");
+        auto all = children();
+        if (all.empty()) xmlAddChild(data, added); else xmlAddPrevSibling(all[pick(all.size())], added);
+      } else if (op == 6) {
+        auto existing = fields(name);
+        if (!existing.empty()) {
+          xmlUnlinkNode(existing.front());
+          takenOut.push_back(existing.front());
+        }
+      } else if (!takenOut.empty()) {
+        // A FIELD taken out comes back where no FIELD of its name stands.
+        const size_t which = pick(takenOut.size());
+        xmlNodePtr back = takenOut[which];
+        xmlChar* backName = xmlGetProp(back, BAD_CAST "name");
+        const bool free = fields(reinterpret_cast<const char*>(backName)).empty();
+        xmlFree(backName);
+        if (free) {
+          auto all = children();
+          if (all.empty()) xmlAddChild(data, back); else xmlAddPrevSibling(all[pick(all.size())], back);
+          takenOut.erase(takenOut.begin() + static_cast<std::ptrdiff_t>(which));
+        }
+      }
+    }
+    for (xmlNodePtr node : takenOut) xmlFreeNode(node);
+    if (HasFailure()) break;
+  }
 }
 
 // The field is made as the factory makes fields and goes after the others,
