@@ -448,6 +448,10 @@ xmlNodePtr Transaction::FindField(std::string_view fieldName, size_t place) {
   return FindFieldElsewhere(fieldName, place, resume, next);
 }
 
+namespace {
+constexpr size_t kMaxGuessSteps = 16;
+}  // namespace
+
 xmlNodePtr Transaction::FindFieldElsewhere(std::string_view fieldName, size_t place, bool resume, xmlNodePtr next) {
   if (!resume) lastPlace_ = kPlaceUnknown;
   // The field is looked for where the factory puts it: its place in the
@@ -463,6 +467,10 @@ xmlNodePtr Transaction::FindFieldElsewhere(std::string_view fieldName, size_t pl
       at = lastPlace_;
       guess = lastField_;
     }
+    // Far off, the guess is not worth the walk: in a record whose fields
+    // stand apart (text between them, as in a document loaded with its
+    // blanks) it would miss for every field and cost a walk each.
+    if (place - at > kMaxGuessSteps) guess = nullptr;
     for (; guess != nullptr && at < place; ++at) guess = guess->next;
     if (guess != nullptr && IsFieldNamed(guess, fieldName)) {
       lastField_ = guess;
