@@ -154,7 +154,7 @@ class DataNodes {
   // True when the NUL-terminated `name` equals `wanted`, without measuring it
   // first. Names of the data document are short and mostly differ early,
   // where a plain loop beats a library call.
-  static bool SameName(const xmlChar* name, std::string_view wanted) {
+  [[gnu::always_inline]] static bool SameName(const xmlChar* name, std::string_view wanted) {
     const char* text = reinterpret_cast<const char*>(name);
     for (size_t i = 0; i < wanted.size(); ++i) {
       if (text[i] != wanted[i] || text[i] == '\0') return false;

@@ -748,16 +748,16 @@ Variant DefaultOf(int16_t type) {
   return C(text->content);
 }
 
+const char* Transaction::SingleValueText(std::string_view fieldName) noexcept {
+  // The field search asks the dictionary itself when the field is not where
+  // the last one ended.
+  return data_ != nullptr ? SingleTextOf(FindField(fieldName)) : nullptr;
+}
+
 const char* Transaction::SingleValueText(std::string_view fieldName, int16_t* fieldType) noexcept {
   if (data_ == nullptr) return nullptr;
-  // The dictionary is asked first only for a type; the field search asks it
-  // itself when the field is not where the last one ended.
-  const FieldMetaData* meta = nullptr;
-  size_t place = kPlaceUnknown;
-  if (fieldType != nullptr) {
-    meta = fields_ != nullptr ? fields_->Find(fieldName, metaHint_) : nullptr;
-    place = meta != nullptr ? fields_->PlaceOf(*meta) : kNotInDictionary;
-  }
+  const FieldMetaData* meta = fields_ != nullptr ? fields_->Find(fieldName, metaHint_) : nullptr;
+  const size_t place = meta != nullptr ? fields_->PlaceOf(*meta) : kNotInDictionary;
   const char* text = SingleTextOf(FindField(fieldName, place));
   if (text != nullptr && fieldType != nullptr) {
     // A FIELD the definition does not know has no type: reading it as a

@@ -128,9 +128,10 @@ class Transaction : public Object {
   // stored: what GetFieldValues returns as a String, valid until the record
   // changes. nullptr in every other case (no data, unknown or unset field,
   // several values), where GetFieldValues gives the answer. Never raises.
-  // `fieldType`, when given, receives the field's type where there is text;
-  // a field the definition does not know then gives nullptr as well.
-  const char* SingleValueText(std::string_view fieldName, int16_t* fieldType = nullptr) noexcept;
+  const char* SingleValueText(std::string_view fieldName) noexcept;
+  // The same, with the field's type in `fieldType` where there is text; a
+  // field the definition does not know then gives nullptr as well.
+  const char* SingleValueText(std::string_view fieldName, int16_t* fieldType) noexcept;
   // The same for a field the caller found at `place` of this view's field
   // dictionary (FieldDictionary::PlaceOf), without asking the dictionary.
   const char* SingleValueTextAt(std::string_view fieldName, size_t place) noexcept;
