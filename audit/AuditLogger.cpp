@@ -51,8 +51,8 @@ void AuditLogger::Initialise(const std::string& jobId, int32_t jobInstance, bool
   }
 }
 
-std::string AuditLogger::GenerateSummaryCntrKeyString(const std::string& transformId,
-                                                      const std::string& transactionId, const std::string& event) {
+std::string AuditLogger::GenerateSummaryCntrKeyString(std::string_view transformId, std::string_view transactionId,
+                                                      std::string_view event) {
   std::string key;
   key.reserve(transformId.size() + transactionId.size() + event.size() + 6);
   key.append(transformId).append(" - ").append(transactionId).append(" - ").append(event);
@@ -66,8 +66,8 @@ bool AuditLogger::ValidEventType(const std::string& event) {
   return false;
 }
 
-void AuditLogger::AddProcessSummaryCounterEvent(const std::string& transformId, const std::string& transactionId,
-                                                const std::string& event, int64_t count) {
+void AuditLogger::AddProcessSummaryCounterEvent(std::string_view transformId, std::string_view transactionId,
+                                                std::string_view event, int64_t count) {
   for (Counter* recent : recentCounters_) {
     if (recent != nullptr && recent->event == event && recent->transactionId == transactionId &&
         recent->transformId == transformId) {

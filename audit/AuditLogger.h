@@ -16,6 +16,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -93,13 +94,13 @@ class AuditLogger : public IEvent {
   // A transform's counters summed over its record types.
   TransformTally Tally(const std::string& transformId) const;
 
-  static std::string GenerateSummaryCntrKeyString(const std::string& transformId, const std::string& transactionId,
-                                                  const std::string& event);
+  static std::string GenerateSummaryCntrKeyString(std::string_view transformId, std::string_view transactionId,
+                                                  std::string_view event);
   static bool ValidEventType(const std::string& event);
 
  private:
-  void AddProcessSummaryCounterEvent(const std::string& transformId, const std::string& transactionId,
-                                     const std::string& event, int64_t count);
+  void AddProcessSummaryCounterEvent(std::string_view transformId, std::string_view transactionId,
+                                     std::string_view event, int64_t count);
   void CountEvent(const std::string& transformId, Transaction* transaction, std::string& transactionId,
                   const char* event);
   void StampEntry(IntegrationLogEntry& entry) const;
