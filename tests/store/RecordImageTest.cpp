@@ -1,9 +1,12 @@
 #include "store/RecordImage.h"
 
 #include <gtest/gtest.h>
+#include <libxml/parser.h>
+#include <libxml/parserInternals.h>
 #include <libxml/tree.h>
 
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "store/DataNodes.h"
@@ -21,6 +24,67 @@ constexpr bool kHeapInThisBuild = false;
 #else
 constexpr bool kHeapInThisBuild = true;
 #endif
+
+// The nodes of a copy in document order: each element, its attributes and
+// their texts of their own, then its children.
+void CollectNodes(xmlNodePtr element, std::vector<const void*>& nodes) {
+  nodes.push_back(element);
+  for (xmlAttrPtr a = element->properties; a != nullptr; a = a->next) {
+    nodes.push_back(a);
+    if (a->children != nullptr && !XmlHeap::IsCounted(a->children)) nodes.push_back(a->children);
+  }
+  for (xmlNodePtr child = element->children; child != nullptr; child = child->next) CollectNodes(child, nodes);
+}
+
+// Every field of every node of `copy` is what `general` has at the same
+// place: links lead to the nodes at the same places, everything else is
+// equal (a text's text inside its node in both or in neither).
+void ExpectSameFields(xmlNodePtr copy, xmlNodePtr general) {
+  std::vector<const void*> ours;
+  std::vector<const void*> theirs;
+  CollectNodes(copy, ours);
+  CollectNodes(general, theirs);
+  ASSERT_EQ(ours.size(), theirs.size());
+  std::unordered_map<const void*, const void*> place;
+  for (size_t i = 0; i < ours.size(); ++i) place.emplace(ours[i], theirs[i]);
+  auto same = [&](const void* mine, const void* other) {
+    auto found = place.find(mine);
+    return found != place.end() ? found->second == other : mine == other;
+  };
+  for (size_t i = 0; i < ours.size(); ++i) {
+    auto* n = static_cast<const xmlNode*>(ours[i]);
+    auto* g = static_cast<const xmlNode*>(theirs[i]);
+    SCOPED_TRACE("node " + std::to_string(i));
+    ASSERT_EQ(n->type, g->type);
+    EXPECT_EQ(n->_private, g->_private);
+    EXPECT_EQ(n->name, g->name);
+    EXPECT_TRUE(same(n->children, g->children));
+    EXPECT_TRUE(same(n->last, g->last));
+    EXPECT_TRUE(same(n->parent, g->parent));
+    EXPECT_TRUE(same(n->next, g->next));
+    EXPECT_TRUE(same(n->prev, g->prev));
+    EXPECT_EQ(n->doc, g->doc);
+    if (n->type == XML_ATTRIBUTE_NODE) {
+      auto* na = static_cast<const xmlAttr*>(ours[i]);
+      auto* ga = static_cast<const xmlAttr*>(theirs[i]);
+      EXPECT_EQ(na->ns, ga->ns);
+      EXPECT_EQ(na->atype, ga->atype);
+      EXPECT_EQ(na->psvi, ga->psvi);
+      continue;
+    }
+    EXPECT_EQ(n->ns, g->ns);
+    EXPECT_EQ(n->psvi, g->psvi);
+    EXPECT_EQ(n->line, g->line);
+    EXPECT_EQ(n->extra, g->extra);
+    if (n->type == XML_TEXT_NODE) {
+      EXPECT_STREQ(reinterpret_cast<const char*>(n->content), reinterpret_cast<const char*>(g->content));
+      continue;
+    }
+    EXPECT_EQ(n->content, g->content);
+    EXPECT_TRUE(same(n->properties, g->properties));
+    EXPECT_EQ(n->nsDef, g->nsDef);
+  }
+}
 
 // A document of templates and a data document sharing its dictionary, as
 // the factory keeps them.
@@ -185,6 +249,47 @@ TEST_F(RecordImageTest, OnlyPlainTemplatesHaveAnImage) {
   EXPECT_FALSE(image->CopiesInto(other.DOMDocument()));
   EXPECT_FALSE(image->CopiesInto(nullptr));
   EXPECT_TRUE(image->CopiesInto(data.DOMDocument()));
+}
+
+// Field for field, a copy is the general copy: the factory's templates.
+TEST_F(RecordImageTest, ACopyIsTheGeneralCopyFieldForField) {
+  for (int fields : {0, 1, 7, 40}) {
+    xmlNodePtr model = Template(fields);
+    DataNodes::SetAttribute(model, "kind", "k");
+    auto image = RecordImage::Make(model);
+    ASSERT_NE(image, nullptr);
+    Template(1);
+    xmlNodePtr copy = image->Copy(data.DOMDocument());
+    xmlNodePtr general = DataNodes::CloneElement(data.DOMDocument(), model);
+    ExpectSameFields(copy, general);
+    xmlFreeNode(copy);
+    xmlFreeNode(general);
+  }
+}
+
+// A template read from text carries the lines it was read from; a record
+// made from it was read from nowhere, as the general copy says.
+TEST_F(RecordImageTest, ACopyTakesNoLineNumbersFromTheTemplate) {
+  const std::string text = "<RECORD>\n<FIELD name=\"ab\"><VALUES/></FIELD>\n<FIELD name=\"cd\"><VALUES/></FIELD>\n</RECORD>";
+  xmlDocPtr read = xmlReadMemory(text.data(), static_cast<int>(text.size()), nullptr, nullptr, XML_PARSE_NOBLANKS);
+  ASSERT_NE(read, nullptr);
+  ASSERT_NE(read->dict, nullptr);
+  xmlDocPtr target = xmlNewDoc(BAD_CAST "1.0");
+  target->dict = read->dict;
+  xmlDictReference(target->dict);
+  xmlNodePtr model = xmlDocGetRootElement(read);
+  ASSERT_EQ(xmlGetLineNo(model->children), 2);
+  // Made as the factory makes records: from the image when there is one.
+  auto image = RecordImage::Make(model);
+  xmlNodePtr copy = image != nullptr && image->CopiesInto(target) ? image->Copy(target)
+                                                                  : DataNodes::CloneElement(target, model);
+  xmlNodePtr general = DataNodes::CloneElement(target, model);
+  EXPECT_EQ(xmlGetLineNo(copy->children), xmlGetLineNo(general->children));
+  ExpectSameFields(copy, general);
+  xmlFreeNode(copy);
+  xmlFreeNode(general);
+  xmlFreeDoc(target);
+  xmlFreeDoc(read);
 }
 
 }  // namespace
