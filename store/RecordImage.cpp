@@ -41,7 +41,7 @@ std::unique_ptr<RecordImage> RecordImage::Make(xmlNodePtr model) {
 bool RecordImage::AddElement(xmlNodePtr element) {
   if (element->type != XML_ELEMENT_NODE || element->ns != nullptr || element->nsDef != nullptr ||
       element->content != nullptr || element->_private != nullptr || element->psvi != nullptr ||
-      element->doc != templateDoc_ || xmlDictOwns(templateDoc_->dict, element->name) != 1) {
+      element->line != 0 || element->extra != 0 || element->doc != templateDoc_ || xmlDictOwns(templateDoc_->dict, element->name) != 1) {
     return false;
   }
   sources_.push_back(element);
@@ -62,7 +62,8 @@ bool RecordImage::AddElement(xmlNodePtr element) {
     // A text of the attribute's own is copied with it: its text is either
     // inside the node, moving with it, or the dictionary's.
     const auto* inside = reinterpret_cast<const xmlChar*>(&text->properties);
-    if (text->_private != nullptr || text->psvi != nullptr || text->doc != templateDoc_ || text->content == nullptr ||
+    if (text->_private != nullptr || text->psvi != nullptr || text->line != 0 || text->extra != 0 ||
+        text->doc != templateDoc_ || text->content == nullptr ||
         text->name != xmlStringText || text->ns != nullptr || text->nsDef != nullptr ||
         (text->content != inside && xmlDictOwns(templateDoc_->dict, text->content) != 1)) {
       return false;

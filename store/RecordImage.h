@@ -9,8 +9,9 @@
 //
 // Only plain templates have an image (Make gives null for the rest, which
 // DataNodes::CloneElement copies as before): elements and attributes without
-// namespaces, private data or content of their own, named from the
-// template document's dictionary, elements whose children are elements,
+// namespaces, private data or content of their own, line numbers or
+// reader flags (a copy is read from nowhere), named from the template
+// document's dictionary, elements whose children are elements,
 // attributes whose value is one text node: either a counted text shared by
 // the template and its copies (as the factory makes short field names),
 // which each copy holds a reference to as DataNodes::CloneElement's copies
