@@ -21,6 +21,8 @@ static_assert(offsetof(xmlNode, next) == offsetof(xmlAttr, next));
 static_assert(offsetof(xmlNode, prev) == offsetof(xmlAttr, prev));
 static_assert(offsetof(xmlNode, doc) == offsetof(xmlAttr, doc));
 constexpr uint32_t kDocOffset = offsetof(xmlNode, doc);
+// Copy tells the two apart by their size.
+static_assert(sizeof(xmlNode) != sizeof(xmlAttr));
 
 }  // namespace
 
@@ -41,7 +43,8 @@ std::unique_ptr<RecordImage> RecordImage::Make(xmlNodePtr model) {
 bool RecordImage::AddElement(xmlNodePtr element) {
   if (element->type != XML_ELEMENT_NODE || element->ns != nullptr || element->nsDef != nullptr ||
       element->content != nullptr || element->_private != nullptr || element->psvi != nullptr ||
-      element->line != 0 || element->extra != 0 || element->doc != templateDoc_ || xmlDictOwns(templateDoc_->dict, element->name) != 1) {
+      element->line != 0 || element->extra != 0 || element->doc != templateDoc_ ||
+      xmlDictOwns(templateDoc_->dict, element->name) != 1) {
     return false;
   }
   sources_.push_back(element);
@@ -61,11 +64,11 @@ bool RecordImage::AddElement(xmlNodePtr element) {
     }
     // A text of the attribute's own is copied with it: its text is either
     // inside the node, moving with it, or the dictionary's.
+    // A text inside the node fills the room of `properties` and `nsDef`.
     const auto* inside = reinterpret_cast<const xmlChar*>(&text->properties);
     if (text->_private != nullptr || text->psvi != nullptr || text->line != 0 || text->extra != 0 ||
-        text->doc != templateDoc_ || text->content == nullptr ||
-        text->name != xmlStringText || text->ns != nullptr || text->nsDef != nullptr ||
-        (text->content != inside && xmlDictOwns(templateDoc_->dict, text->content) != 1)) {
+        text->doc != templateDoc_ || text->content == nullptr || text->name != xmlStringText || text->ns != nullptr ||
+        (text->content != inside && (text->nsDef != nullptr || xmlDictOwns(templateDoc_->dict, text->content) != 1))) {
       return false;
     }
     if (text->content == inside) textsInside_.push_back(static_cast<uint32_t>(sources_.size()));

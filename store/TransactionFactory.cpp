@@ -149,7 +149,11 @@ xmlNodePtr TransactionFactory::InitDataTran(std::string_view tranId, xmlNodePtr 
       Check(name != nullptr, 7701, "No matching attribute [%1] could be found in the node.", Variant("name"));
       xmlAddChild(made.model, InitFldNode(doc, DataNodes::AttributeValue(name)));
     }
-    made.image = RecordImage::Make(made.model);
+    try {
+      made.image = RecordImage::Make(made.model);
+    } catch (const std::bad_alloc&) {
+      // Without an image records are copied the general way.
+    }
     found = templateByType_.emplace(std::move(key), std::move(made)).first;
   }
   const Template& model = found->second;
