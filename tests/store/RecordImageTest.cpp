@@ -13,17 +13,12 @@
 #include "store/TransactionFactory.h"
 #include "store/XMLWrapper.h"
 #include "store/XmlHeap.h"
+#include "tests/store/StoreFixture.h"
 
 namespace tessel {
 namespace {
 
-// Under AddressSanitizer libxml2 keeps the C library's allocator: there are
-// no counted texts, and field names are texts of each attribute's own.
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool kHeapInThisBuild = false;
-#else
-constexpr bool kHeapInThisBuild = true;
-#endif
+using test::kHeapInThisBuild;  // without a heap (AddressSanitizer) field names are texts of their own
 
 // The nodes of a copy in document order: each element, its attributes and
 // their texts of their own, then its children.

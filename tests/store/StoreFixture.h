@@ -18,6 +18,14 @@
 
 namespace tessel::test {
 
+// Under AddressSanitizer libxml2 keeps the C library's allocator: there is
+// no XmlHeap, so no counted texts either.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kHeapInThisBuild = false;
+#else
+constexpr bool kHeapInThisBuild = true;
+#endif
+
 inline const char* kStoreDefinition =
     "<TRANSFORM id=\"T1\" parentid=\"\" type=\"1\"><OPTIONS/><TRANSFORMDETAIL><RECORDS>"
     "<RECORD id=\"ORDER\" parentid=\"\" hashcode=\"1\">"

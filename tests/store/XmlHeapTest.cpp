@@ -20,17 +20,12 @@
 #include <vector>
 
 #include "store/XMLWrapper.h"
+#include "tests/store/StoreFixture.h"
 
 namespace tessel {
 namespace {
 
-// Under AddressSanitizer libxml2 keeps the C library's allocator: there is
-// no heap to test.
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool kHeapInThisBuild = false;
-#else
-constexpr bool kHeapInThisBuild = true;
-#endif
+using test::kHeapInThisBuild;
 
 class XmlHeapTest : public ::testing::Test {
  protected:
