@@ -411,19 +411,24 @@ bool XmlHeap::Install() {
 
 bool XmlHeap::Installed() { return gInstalled.load(std::memory_order_acquire); }
 
-void* XmlHeap::Allocate(size_t size) {
-  Heap* heap = gHeap.load(std::memory_order_acquire);
-  if (size > kMaxSmall || heap == nullptr) return std::malloc(size);
-  if (void* block = Take(heap, ClassOf(size))) return block;
+namespace {
+
+// A block of the heap's, or of malloc's when the heap has none to give.
+inline void* TakeOrMalloc(Heap* heap, size_t size) {
+  if (size <= XmlHeap::kMaxSmall && heap != nullptr) {
+    if (void* block = Take(heap, ClassOf(size))) return block;
+  }
   return std::malloc(size);
 }
+
+}  // namespace
+
+void* XmlHeap::Allocate(size_t size) { return TakeOrMalloc(gHeap.load(std::memory_order_acquire), size); }
 
 bool XmlHeap::AllocateEach(const uint16_t* sizes, size_t count, void** blocks) {
   Heap* heap = gHeap.load(std::memory_order_acquire);
   for (size_t i = 0; i < count; ++i) {
-    void* block = nullptr;
-    if (heap != nullptr && sizes[i] <= kMaxSmall) block = Take(heap, ClassOf(sizes[i]));
-    if (block == nullptr) block = std::malloc(sizes[i]);
+    void* block = TakeOrMalloc(heap, sizes[i]);
     if (block == nullptr) {
       while (i > 0) Free(blocks[--i]);
       return false;
