@@ -68,11 +68,15 @@ bool AuditLogger::ValidEventType(const std::string& event) {
 
 void AuditLogger::AddProcessSummaryCounterEvent(std::string_view transformId, std::string_view transactionId,
                                                 std::string_view event, int64_t count) {
+  SummaryCounter(transformId, transactionId, event).count += count;
+}
+
+AuditLogger::Counter& AuditLogger::SummaryCounter(std::string_view transformId, std::string_view transactionId,
+                                                  std::string_view event) {
   for (Counter* recent : recentCounters_) {
     if (recent != nullptr && recent->event == event && recent->transactionId == transactionId &&
         recent->transformId == transformId) {
-      recent->count += count;
-      return;
+      return *recent;
     }
   }
   auto [counter, added] = counters_.try_emplace(GenerateSummaryCntrKeyString(transformId, transactionId, event));
@@ -81,9 +85,9 @@ void AuditLogger::AddProcessSummaryCounterEvent(std::string_view transformId, st
     counter->second.transactionId = transactionId;
     counter->second.event = event;
   }
-  counter->second.count += count;
   recentCounters_[nextRecentCounter_] = &counter->second;
   nextRecentCounter_ = (nextRecentCounter_ + 1) % kRecentCounters;
+  return counter->second;
 }
 
 std::vector<TransformTaskFieldReplacement> AuditLogger::GetSummaryCountersByTransformId(
@@ -112,7 +116,17 @@ void AuditLogger::CountEvent(const std::string& transformId, Transaction* transa
                              const char* event) {
   try {
     if (transaction != nullptr) transactionId = transaction->TransactionId();
-    AddProcessSummaryCounterEvent(transformId, transactionId, event, 1);
+    // Record after record raises the same few events by the same literals.
+    for (Counter* recent : recentCounters_) {
+      if (recent != nullptr && recent->eventLiteral == event && recent->transactionId == transactionId &&
+          recent->transformId == transformId) {
+        ++recent->count;
+        return;
+      }
+    }
+    Counter& counter = SummaryCounter(transformId, transactionId, event);
+    ++counter.count;
+    counter.eventLiteral = event;
   } catch (...) {
     ErrorInRethrow("AuditLogger.IEvent_On(sTransformId, oTransaction, sTransactionId)",
             {Variant(transformId), Variant(transactionId), Variant(event)});

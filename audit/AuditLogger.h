@@ -125,7 +125,12 @@ class AuditLogger : public IEvent {
     std::string transactionId;
     std::string event;
     int64_t count = 0;
+    // The literal CountEvent named the event by when it last counted it: a
+    // counter found again by the same literal needs no text compared.
+    const char* eventLiteral = nullptr;
   };
+  // The counter of the event, made when new.
+  Counter& SummaryCounter(std::string_view transformId, std::string_view transactionId, std::string_view event);
   std::unordered_map<std::string, Counter> counters_;
   // The counters raised last: a transform raises the same few for record
   // after record, and finding them here spares building and hashing a key.

@@ -255,6 +255,20 @@ xmlNodePtr DataNodes::ClonePlain(xmlDocPtr doc, xmlNodePtr source) {
   return copy;
 }
 
+void DataNodes::AllocateNodes(const uint16_t* sizes, size_t count, void** blocks) {
+  if (XmlHeap::Installed()) {
+    if (!XmlHeap::AllocateEach(sizes, count, blocks)) throw std::bad_alloc();
+    return;
+  }
+  for (size_t i = 0; i < count; ++i) {
+    blocks[i] = xmlMalloc(sizes[i]);
+    if (blocks[i] == nullptr) {
+      while (i > 0) xmlFree(blocks[--i]);
+      throw std::bad_alloc();
+    }
+  }
+}
+
 xmlNodePtr DataNodes::NewPlainField(xmlDocPtr doc, const xmlChar* fieldElement, const xmlChar* valuesElement,
                                     const xmlChar* nameAttribute, std::string_view fieldName, xmlNodePtr sharedName) {
   xmlNodePtr field = PlainElement(doc, fieldElement);
@@ -277,6 +291,21 @@ xmlNodePtr DataNodes::NewPlainField(xmlDocPtr doc, const xmlChar* fieldElement, 
     throw;
   }
   return field;
+}
+
+xmlNodePtr DataNodes::NewPlainValue(xmlDocPtr doc, const xmlChar* valueElement, std::string_view text) {
+  xmlNodePtr value = PlainElement(doc, valueElement);
+  if (text.empty()) return value;
+  xmlNodePtr content;
+  try {
+    content = NewText(doc, text, false, true);
+  } catch (...) {
+    xmlFree(value);
+    throw;
+  }
+  content->parent = value;
+  value->children = value->last = content;
+  return value;
 }
 
 bool DataNodes::HasText(xmlNodePtr node) {

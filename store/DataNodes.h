@@ -24,6 +24,7 @@
 
 #include <libxml/tree.h>
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -145,6 +146,14 @@ class DataNodes {
   static xmlNodePtr NewPlainField(xmlDocPtr doc, const xmlChar* fieldElement, const xmlChar* valuesElement,
                                   const xmlChar* nameAttribute, std::string_view fieldName,
                                   xmlNodePtr sharedName = nullptr);
+  // A VALUE holding `text` (no child when empty), as NewElement and NewText
+  // make them; for plain construction only, with a VALUE name the
+  // dictionary of `doc` owns.
+  static xmlNodePtr NewPlainValue(xmlDocPtr doc, const xmlChar* valueElement, std::string_view text);
+  // Fills `blocks` with `count` blocks of the given sizes as xmlMalloc gives
+  // them (xmlFree frees each), in one call to the heap where it is installed.
+  // Raises std::bad_alloc, leaving nothing behind.
+  static void AllocateNodes(const uint16_t* sizes, size_t count, void** blocks);
 
  private:
   // CloneElement within one dictionary and without node callbacks.

@@ -133,18 +133,7 @@ bool RecordImage::CopiesInto(xmlDocPtr doc) const {
 xmlNodePtr RecordImage::Copy(xmlDocPtr doc) const {
   const size_t count = sources_.size();
   void** blocks = blocks_.data();
-  // Blocks as xmlMalloc gives them, since xmlFree will free them.
-  if (XmlHeap::Installed()) {
-    if (!XmlHeap::AllocateEach(sizes_.data(), count, blocks)) throw std::bad_alloc();
-  } else {
-    for (size_t i = 0; i < count; ++i) {
-      blocks[i] = xmlMalloc(sizes_[i]);
-      if (blocks[i] == nullptr) {
-        while (i > 0) xmlFree(blocks[--i]);
-        throw std::bad_alloc();
-      }
-    }
-  }
+  DataNodes::AllocateNodes(sizes_.data(), count, blocks);
   for (size_t i = 0; i < count; ++i) {
     if (sizes_[i] == sizeof(xmlNode)) {
       std::memcpy(blocks[i], sources_[i], sizeof(xmlNode));

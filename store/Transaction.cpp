@@ -590,13 +590,7 @@ void Transaction::StoreFieldValue(std::string_view name, const Variant* value, s
       }
       return;
     }
-    xmlNodePtr added = NewValueNode(values->doc);
-    if (added == nullptr) throw std::bad_alloc();
-    if (!text.empty()) {
-      xmlNodePtr content = DataNodes::NewText(values->doc, text, false, plain_);
-      content->parent = added;
-      added->children = added->last = content;
-    }
+    xmlNodePtr added = NewValueNode(values->doc, text);
     // Linked by hand: an element next to elements, nothing to merge.
     added->parent = values;
     added->prev = values->last;
@@ -615,7 +609,7 @@ void Transaction::StoreFieldValue(std::string_view name, const Variant* value, s
   NotifyChange();
 }
 
-const xmlChar* Transaction::DocumentName(xmlDocPtr doc, std::string_view literal, const xmlChar*& cached) {
+bool Transaction::UsePlainNames(xmlDocPtr doc) {
   if (!plainKnown_) {
     plain_ = DataNodes::PlainConstruction();
     plainKnown_ = true;
@@ -628,24 +622,26 @@ const xmlChar* Transaction::DocumentName(xmlDocPtr doc, std::string_view literal
     if (namesDict_ != nullptr) xmlDictFree(namesDict_);
     namesDict_ = dict;
     valueName_ = valuesName_ = fieldName_ = nameAttributeName_ = nullptr;
+    if (dict != nullptr) {
+      auto lookUp = [dict](std::string_view literal) {
+        return xmlDictLookup(dict, reinterpret_cast<const xmlChar*>(literal.data()), static_cast<int>(literal.size()));
+      };
+      valueName_ = lookUp("VALUE");
+      valuesName_ = lookUp("VALUES");
+      fieldName_ = lookUp("FIELD");
+      nameAttributeName_ = lookUp("name");
+    }
   }
-  if (cached == nullptr && dict != nullptr) {
-    cached = xmlDictLookup(dict, reinterpret_cast<const xmlChar*>(literal.data()), static_cast<int>(literal.size()));
-  }
-  return cached;
+  return plain_ && valueName_ != nullptr && valuesName_ != nullptr && fieldName_ != nullptr &&
+         nameAttributeName_ != nullptr;
 }
 
 xmlNodePtr Transaction::NewFieldNode(std::string_view fieldName) {
   xmlDocPtr doc = data_->doc;
-  const xmlChar* field = DocumentName(doc, "FIELD", fieldName_);
-  const xmlChar* values = DocumentName(doc, "VALUES", valuesName_);
-  const xmlChar* name = DocumentName(doc, "name", nameAttributeName_);
-  if (!plain_ || field == nullptr || values == nullptr || name == nullptr) {
-    return TransactionFactory::InitFldNode(doc, fieldName);
-  }
+  if (!UsePlainNames(doc)) return TransactionFactory::InitFldNode(doc, fieldName);
   xmlNodePtr shared = SharedFieldName(fieldName);
   try {
-    return DataNodes::NewPlainField(doc, field, values, name, fieldName, shared);
+    return DataNodes::NewPlainField(doc, fieldName_, valuesName_, nameAttributeName_, fieldName, shared);
   } catch (...) {
     if (shared != nullptr) xmlFree(shared);
     throw;
@@ -667,13 +663,21 @@ xmlNodePtr Transaction::SharedFieldName(std::string_view fieldName) {
   return node;
 }
 
-xmlNodePtr Transaction::NewValueNode(xmlDocPtr doc) {
-  // The element name is looked up in the document's dictionary once per
-  // view and document rather than once per value.
-  const xmlChar* valueName = DocumentName(doc, "VALUE", valueName_);
-  if (valueName != nullptr) return DataNodes::NewElement(doc, valueName, plain_);
+xmlNodePtr Transaction::NewValueNode(xmlDocPtr doc, std::string_view text) {
+  if (UsePlainNames(doc)) return DataNodes::NewPlainValue(doc, valueName_, text);
   xmlNodePtr node = xmlNewDocNode(doc, nullptr, reinterpret_cast<const xmlChar*>("VALUE"), nullptr);
   if (node == nullptr) throw std::bad_alloc();
+  if (!text.empty()) {
+    xmlNodePtr content;
+    try {
+      content = DataNodes::NewText(doc, text, false, false);
+    } catch (...) {
+      xmlFreeNode(node);
+      throw;
+    }
+    content->parent = node;
+    node->children = node->last = content;
+  }
   return node;
 }
 

@@ -163,17 +163,18 @@ class Transaction : public Object {
   // FindField where the field is not the node after the last one found.
   [[gnu::noinline]] xmlNodePtr FindFieldElsewhere(std::string_view fieldName, size_t place, bool resume,
                                                   xmlNodePtr next);
-  // A new VALUE element of `doc`, not linked.
-  xmlNodePtr NewValueNode(xmlDocPtr doc);
+  // A new VALUE element of `doc` holding `text`, not linked.
+  xmlNodePtr NewValueNode(xmlDocPtr doc, std::string_view text);
   // A new FIELD of the data node's document as the factory makes fields,
   // not linked.
   xmlNodePtr NewFieldNode(std::string_view fieldName);
   // A counted text of a field's name for a field this view makes, with a
   // reference for the caller; null when none can be shared.
   xmlNodePtr SharedFieldName(std::string_view fieldName);
-  // `literal` as the dictionary of `doc` holds it, kept in `cached` for as
-  // long as the view works with that dictionary; null without one.
-  const xmlChar* DocumentName(xmlDocPtr doc, std::string_view literal, const xmlChar*& cached);
+  // Looks the element and attribute names of fields up in the dictionary
+  // of `doc` when the view starts working with it; true when new nodes can
+  // be made plain (see DataNodes::PlainConstruction) with those names.
+  bool UsePlainNames(xmlDocPtr doc);
   xmlNodePtr GetMetaDataField(std::string_view fieldName);
   xmlNodePtr GetValuesNode(xmlNodePtr field);
   // The text of the single value of `field` (null allowed), as SingleValueText gives it.

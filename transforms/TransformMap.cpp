@@ -179,20 +179,30 @@ void TransformMap::PerformTransform() {
       steps = &ownSteps;
     }
     for (const FormulaStep& step : *steps) {
+      // The text stored is the result's own where it is a string: no copy.
+      Variant result;
       std::string text;
+      std::string_view stored;
       try {
         if (step.evaluated) {
-          text = script_->Evaluate(*step.formula, &record, step.field, false).ToString();
+          result = script_->Evaluate(*step.formula, &record, step.field, false);
+          if (result.IsString()) {
+            stored = result.StringValue();
+          } else {
+            text = result.ToString();
+            stored = text;
+          }
         } else if (!step.formula->empty()) {
           text = script_->ResolveSubstitutions(*step.formula, &record);
+          stored = text;
         }
       } catch (...) {
         // Going on, the field receives the formula's own text.
         walk_->Handle(&record);
-        text = *step.formula;
+        stored = *step.formula;
       }
       try {
-        if (!text.empty()) record.SetFieldValue(step.field, Variant(std::move(text)), true);
+        if (!stored.empty()) record.SetFieldText(step.field, stored, true);
       } catch (...) {
         walk_->Handle(&record);
       }
