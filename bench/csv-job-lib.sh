@@ -44,14 +44,27 @@ register_job() {  # registers $work/job.xml as BENCH in a fresh configuration
   "$build/tessel" job add BENCH "$work/job.xml" >/dev/null
 }
 
-measure() {  # COMMAND...: prints "seconds peak-kB", the best wall time and the largest peak of
-             # RUNS runs (3 unless set); a failing command stops the benchmark
-  local best="" peak=0 run seconds kb
+measure() {  # COMMAND...: prints "seconds peak-kB user-s system-s": the best wall time of RUNS
+             # runs (3 unless set) with that run's CPU times, and the largest peak; a failing
+             # command stops the benchmark
+  local best="" peak=0 run seconds kb user system best_user=0 best_system=0
   for ((run = 0; run < ${RUNS:-3}; run++)); do
-    /usr/bin/time -f "%e %M" -o "$work/time" "$@" >"$work/stdout" 2>&1 || { cat "$work/stdout" >&2; exit 1; }
-    read -r seconds kb < "$work/time"
-    if [ -z "$best" ] || awk -v a="$seconds" -v b="$best" 'BEGIN { exit !(a < b) }'; then best=$seconds; fi
+    /usr/bin/time -f "%e %M %U %S" -o "$work/time" "$@" >"$work/stdout" 2>&1 || { cat "$work/stdout" >&2; exit 1; }
+    read -r seconds kb user system < "$work/time"
+    if [ -z "$best" ] || awk -v a="$seconds" -v b="$best" 'BEGIN { exit !(a < b) }'; then
+      best=$seconds best_user=$user best_system=$system
+    fi
     [ "$kb" -gt "$peak" ] && peak=$kb
   done
-  echo "$best $peak"
+  echo "$best $peak $best_user $best_system"
+}
+
+# Prints where the wall time of the job's best run went against mlr's: CPU
+# time in the program and in the kernel, and how long merely touching the
+# job's peak memory for the first time takes on this machine.
+# Arguments: TESSEL_USER TESSEL_SYSTEM TESSEL_PEAK_KB MLR_USER MLR_SYSTEM
+report_time_split() {
+  local touch="$build/bench/touch_memory" fresh="(bench/touch_memory not built: make bench builds it)"
+  if [ -x "$touch" ]; then fresh=$("$touch" $(( $3 / 1024 ))); fi
+  echo "  tessel: user $1 s, system $2 s; mlr: user $4 s, system $5 s; $fresh"
 }

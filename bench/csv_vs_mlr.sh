@@ -20,9 +20,10 @@ done
 { job_start; read_transform R "$fields"; write_transform W R "$fields"; job_end; } > "$work/job.xml"
 register_job
 
-read -r tessel_s tessel_kb < <(measure "$build/tessel" run BENCH)
-read -r mlr_s mlr_kb < <(measure mlr --icsv --ocsv cat "$work/in/data.csv")
+read -r tessel_s tessel_kb tessel_user tessel_system < <(measure "$build/tessel" run BENCH)
+read -r mlr_s mlr_kb mlr_user mlr_system < <(measure mlr --icsv --ocsv cat "$work/in/data.csv")
 cmp -s <(tail -n +2 "$work/in/data.csv") <(tail -n +2 "$work/out/out.csv") && same=yes || same=no
 awk -v n="$lines" -v ts="$tessel_s" -v tk="$tessel_kb" -v ms="$mlr_s" -v mk="$mlr_kb" -v same="$same" 'BEGIN {
   printf "csv %d lines x 10 fields: tessel %.2f s, %.0f MB peak (%.0f bytes/line); mlr %.2f s, %.0f MB peak; ratio %.1fx; output equal to input: %s\n",
     n, ts, tk / 1024, tk * 1024 / n, ms, mk / 1024, (ms > 0 ? ts / ms : 0), same }'
+report_time_split "$tessel_user" "$tessel_system" "$tessel_kb" "$mlr_user" "$mlr_system"

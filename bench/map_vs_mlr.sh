@@ -37,11 +37,12 @@ done
 } > "$work/job.xml"
 register_job
 
-read -r tessel_s tessel_kb < <(measure "$build/tessel" run BENCH)
-read -r mlr_s mlr_kb < <(measure mlr --icsv --ocsv put '$Total = $Qty * $Price; $Upper = toupper($Name); $Key = $Code . "-" . $Seq' "$work/in/data.csv")
+read -r tessel_s tessel_kb tessel_user tessel_system < <(measure "$build/tessel" run BENCH)
+read -r mlr_s mlr_kb mlr_user mlr_system < <(measure mlr --icsv --ocsv put '$Total = $Qty * $Price; $Upper = toupper($Name); $Key = $Code . "-" . $Seq' "$work/in/data.csv")
 mlr --icsv --ocsv put '$Total = $Qty * $Price; $Upper = toupper($Name); $Key = $Code . "-" . $Seq' "$work/in/data.csv" > "$work/mlr.csv"
 # Same rows, field by field, where both agree on number formatting.
 cmp -s <(cut -d, -f1-7,9,10 "$work/mlr.csv") <(cut -d, -f1-7,9,10 "$work/out/out.csv") && same=yes || same=no
 awk -v n="$lines" -v ts="$tessel_s" -v tk="$tessel_kb" -v ms="$mlr_s" -v mk="$mlr_kb" -v same="$same" 'BEGIN {
   printf "map %d lines, 3 formulas: tessel %.2f s, %.0f MB peak (%.0f bytes/line); mlr put %.2f s, %.0f MB peak; ratio %.1fx; same text fields as mlr: %s\n",
     n, ts, tk / 1024, tk * 1024 / n, ms, mk / 1024, (ms > 0 ? ts / ms : 0), same }'
+report_time_split "$tessel_user" "$tessel_system" "$tessel_kb" "$mlr_user" "$mlr_system"
