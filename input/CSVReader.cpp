@@ -68,6 +68,8 @@ void CSVReader::MoveNextFile() {
   }
   if (inputEmpty_) return;  // the previous file's lines stay, as documented
 
+  // The values are views into the text they were parsed from.
+  valueCount_ = 0;
   text_.assign(input.StringValue());
   input = Variant();
   const std::string_view text(text_);
@@ -201,7 +203,8 @@ std::vector<std::string> CSVReader::CurrentValues() const {
   return std::vector<std::string>(values_.begin(), values_.begin() + static_cast<std::ptrdiff_t>(valueCount_));
 }
 
-size_t CSVReader::ParseString(std::string_view line, std::string_view delimiter, std::vector<std::string>& values) {
+size_t CSVReader::ParseString(std::string_view line, std::string_view delimiter,
+                              std::vector<std::string_view>& values) {
   // States: 0 between fields, 1 in an unquoted value or after a closing
   // quote, 2 inside quotes. `trim` counts bytes to drop at a value's end:
   // trailing spaces, or the closing quote.
@@ -212,7 +215,7 @@ size_t CSVReader::ParseString(std::string_view line, std::string_view delimiter,
   auto store = [&](size_t end) {
     if (count == values.size()) values.resize(values.size() + 64);
     const size_t stop = end >= start + trim ? end - trim : start;
-    values[count++].assign(line.data() + start, stop >= start ? stop - start : 0);
+    values[count++] = std::string_view(line.data() + start, stop >= start ? stop - start : 0);
   };
   const size_t size = line.size();
   const bool singleByte = delimiter.size() == 1;

@@ -62,9 +62,11 @@ class CSVReader : public IImportReader, public IMetaDataBuilder {
                              Attributes& attributes) override {}
   void FieldAttributes(std::string_view transactionId, xmlNodePtr fieldNode, Attributes& attributes) override;
 
-  // Parses one line into `values` (reusing its strings) and returns the
-  // number of values; `delimiter` empty means no field delimiter.
-  static size_t ParseString(std::string_view line, std::string_view delimiter, std::vector<std::string>& values);
+  // Parses one line into `values`, views into `line` (the vector grows as
+  // needed and is not shrunk), and returns the number of values;
+  // `delimiter` empty means no field delimiter.
+  static size_t ParseString(std::string_view line, std::string_view delimiter,
+                            std::vector<std::string_view>& values);
   // A blank line: empty, CR, LF or CR LF.
   static bool EndOfFile(std::string_view line);
 
@@ -96,7 +98,7 @@ class CSVReader : public IImportReader, public IMetaDataBuilder {
   std::string text_;        // the file the lines point into
   std::vector<Line> lines_;
   bool dimensioned_ = false;
-  std::vector<std::string> values_;
+  std::vector<std::string_view> values_;  // the current line's values, views into text_
   size_t valueCount_ = 0;
   std::string delimiter_;  // the delimiter's first character, as UTF-8
   int32_t headerLength_ = 0;

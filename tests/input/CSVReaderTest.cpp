@@ -10,10 +10,9 @@ namespace tessel::test {
 namespace {
 
 std::vector<std::string> Parse(const std::string& line, const std::string& delimiter = ",") {
-  std::vector<std::string> values;
+  std::vector<std::string_view> values;
   size_t count = CSVReader::ParseString(line, delimiter, values);
-  values.resize(count);
-  return values;
+  return std::vector<std::string>(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(count));
 }
 
 using V = std::vector<std::string>;
