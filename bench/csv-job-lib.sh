@@ -65,6 +65,6 @@ measure() {  # COMMAND...: prints "seconds peak-kB user-s system-s": the best wa
 # Arguments: TESSEL_USER TESSEL_SYSTEM TESSEL_PEAK_KB MLR_USER MLR_SYSTEM
 report_time_split() {
   local touch="$build/bench/touch_memory" fresh="(bench/touch_memory not built: make bench builds it)"
-  if [ -x "$touch" ]; then fresh=$("$touch" $(( $3 / 1024 ))); fi
+  if [ -x "$touch" ]; then fresh=$("$touch" $(( $3 >= 1024 ? $3 / 1024 : 1 ))); fi
   echo "  tessel: user $1 s, system $2 s; mlr: user $4 s, system $5 s; $fresh"
 }

@@ -186,6 +186,16 @@ class Variant {
   // The array for writing; copies the elements first when they are shared.
   SafeArray& MutableArray();
 
+  // Makes the value the String `text`, reusing this value's own text buffer
+  // when nothing else shares it.
+  void AssignText(std::string_view text) {
+    if (type_ == VarType::String && u_.str->refs.load(std::memory_order_acquire) == 1) {
+      u_.str->text.assign(text);
+      return;
+    }
+    *this = Variant(std::string(text));
+  }
+
   // --- Conversions (CStr, CBool, CInt, ...) ---------------------------------
   // CStr: Boolean "True"/"False"; numbers in the shortest form VBScript shows
   // (15 significant digits for Double, 7 for Single, "1E+20"); dates in the US

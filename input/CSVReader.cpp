@@ -68,8 +68,12 @@ void CSVReader::MoveNextFile() {
   }
   if (inputEmpty_) return;  // the previous file's lines stay, as documented
 
-  // The values are views into the text they were parsed from.
-  valueCount_ = 0;
+  // The values are views into the text they were parsed from, which goes
+  // now: they keep copies of their own, since an empty file further on
+  // reads them again.
+  std::vector<std::string> kept(values_.begin(), values_.begin() + static_cast<std::ptrdiff_t>(valueCount_));
+  keptValues_.swap(kept);
+  for (size_t i = 0; i < valueCount_; ++i) values_[i] = keptValues_[i];
   text_.assign(input.StringValue());
   input = Variant();
   const std::string_view text(text_);

@@ -98,7 +98,10 @@ class CSVReader : public IImportReader, public IMetaDataBuilder {
   std::string text_;        // the file the lines point into
   std::vector<Line> lines_;
   bool dimensioned_ = false;
-  std::vector<std::string_view> values_;  // the current line's values, views into text_
+  // The current line's values: views into text_, or into keptValues_ once
+  // another file's text has taken text_'s place.
+  std::vector<std::string_view> values_;
+  std::vector<std::string> keptValues_;
   size_t valueCount_ = 0;
   std::string delimiter_;  // the delimiter's first character, as UTF-8
   int32_t headerLength_ = 0;

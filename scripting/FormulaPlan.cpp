@@ -128,7 +128,7 @@ bool FormulaPlan::Bind(Transaction* record) {
         if (!reference.stringFits) return false;
         const Variant values = record->GetFieldValues(reference.field, 0);
         if (!values.IsEmpty() && !(values.IsString() && values.StringValue().empty())) return false;
-        expression_->SetSlot(i, Variant(std::string()));
+        expression_->SetSlotText(i, {});
         written.text.clear();
         written.quoted = true;
       } else if (type == kStringFieldType) {
@@ -136,7 +136,7 @@ bool FormulaPlan::Bind(Transaction* record) {
         // Kept as it stands: it is quoted only for a report.
         written.text.assign(text);
         written.quoted = true;
-        expression_->SetSlot(i, Variant(std::string(written.text)));
+        expression_->SetSlotText(i, written.text);
       } else {
         Variant number;
         if (!reference.numberFits || !vbs::CompiledExpression::NumberLiteral(text, number)) return false;

@@ -215,10 +215,16 @@ Variant vbWrapper::Evaluate(const std::string& evaluation, Transaction* transact
         FormulaPlan& plan;
         ~InUse() { plan.inUse = false; }
       } inUse{*plan};
-      return EvaluatePlan(*plan, [&] {
-        text = plan->WrittenOut();
-        resolved = true;
-        return text;
+      // One reference captured: the function object then needs no heap.
+      struct Report {
+        FormulaPlan& plan;
+        std::string& text;
+        bool& resolved;
+      } report{*plan, text, resolved};
+      return EvaluatePlan(*plan, [&report] {
+        report.text = report.plan.WrittenOut();
+        report.resolved = true;
+        return report.text;
       });
     }
     ResolveInto(evaluation, transaction, text);

@@ -36,6 +36,8 @@ class CompiledExpression {
   // text would fold into one literal and compare by the rules for literals.
   bool HasSlots(size_t count) const;
   void SetSlot(size_t slot, Variant value) { slots_[slot]->value = std::move(value); }
+  // SetSlot of a String, reusing the slot's text buffer where it can.
+  void SetSlotText(size_t slot, std::string_view text) { slots_[slot]->value.AssignText(text); }
 
   const Expr& Tree() const { return *tree_; }
 

@@ -141,6 +141,18 @@ TEST_F(CSVFiles, EmptyFileAfterAFullOneReplaysTheLastValues) {
   EXPECT_EQ((V{"2"}), records[3]);
 }
 
+TEST_F(CSVFiles, EmptyFileAfterAHeaderOnlyOneReplaysTheValuesOfTheFileBefore) {
+  // b.csv has no record but replaces the text; the empty c.csv walks b.csv's
+  // one line with a.csv's last values.
+  Write("a.csv", "h\n1\n2\n");
+  Write("b.csv", "h\n");
+  Write("c.csv", "");
+  std::vector<V> records = ReadAll("*.csv", {{"headerlength", "1"}});
+  ASSERT_EQ(3u, records.size());
+  EXPECT_EQ((V{"2"}), records[1]);
+  EXPECT_EQ((V{"2"}), records[2]);
+}
+
 TEST_F(CSVFiles, TestRunsStopAtFourHundredAcrossFiles) {
   std::string body;
   for (int i = 0; i < 300; ++i) body += std::to_string(i) + "\n";
