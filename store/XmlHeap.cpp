@@ -1,9 +1,11 @@
 #include "store/XmlHeap.h"
 
+#include <fcntl.h>
 #include <libxml/xmlmemory.h>
 #include <pthread.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -36,6 +38,13 @@ constexpr size_t kMaxCommitStep = size_t{32} << 20;
 constexpr size_t kPopulatorThreshold = size_t{64} << 20;
 constexpr size_t kMaxLead = size_t{32} << 20;
 constexpr size_t kPopulateChunk = size_t{2} << 20;
+// Huge pages cost the kernel far less per byte to fault in and to free than
+// small ones; but where it has no free block of their size it compacts
+// memory to make one, which costs more than it saves. The writable range
+// grows in whole huge pages from an aligned base, and asks for them only
+// while the kernel has free blocks to spare (see AdviseHugePages).
+constexpr size_t kHugePageBytes = size_t{2} << 20;
+static_assert(kMinCommitStep % kHugePageBytes == 0, "steps keep the writable range in whole huge pages");
 constexpr size_t kLargestReservation = size_t{1} << 40;
 constexpr size_t kSmallestReservation = size_t{1} << 30;
 // A thread keeps at most this many free blocks of a class and then gives
@@ -87,6 +96,9 @@ struct Heap {
   std::condition_variable populateWake;
   size_t populated = 0;
   bool populatorRunning = false;
+  // Huge pages the heap may still ask for before it looks at the kernel's
+  // free blocks again (under growMutex).
+  size_t hugePageBudget = 0;
   Pool pools[kSlots];
 };
 
@@ -147,9 +159,15 @@ Heap* MakeHeap() {
     while (size >= kSmallestReservation && size > limit.rlim_cur / 4) size >>= 1;
   }
   for (; size >= kSmallestReservation; size >>= 1) {
-    void* p = ::mmap(nullptr, size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    // One huge page more, so that the base can start on a huge page.
+    void* p = ::mmap(nullptr, size + kHugePageBytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (p != MAP_FAILED) {
-      base = static_cast<char*>(p);
+      char* start = static_cast<char*>(p);
+      const uintptr_t address = reinterpret_cast<uintptr_t>(start);
+      base = reinterpret_cast<char*>((address + kHugePageBytes - 1) & ~(uintptr_t{kHugePageBytes} - 1));
+      if (base > start) ::munmap(start, static_cast<size_t>(base - start));
+      char* end = start + size + kHugePageBytes;
+      if (end > base + size) ::munmap(base + size, static_cast<size_t>(end - (base + size)));
       break;
     }
   }
@@ -188,6 +206,33 @@ void PopulateAhead(Heap* heap) {
   }
 }
 
+// XmlHeap::FreeHugePages of the running kernel; 0 where /proc/buddyinfo
+// cannot be read or pages are not 4 KB.
+size_t KernelFreeHugePages() {
+  if (::sysconf(_SC_PAGESIZE) != 4096) return 0;
+  const int fd = ::open("/proc/buddyinfo", O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return 0;
+  char text[8192];
+  const ssize_t length = ::read(fd, text, sizeof text);
+  ::close(fd);
+  if (length <= 0) return 0;
+  return XmlHeap::FreeHugePages(std::string_view(text, static_cast<size_t>(length)));
+}
+
+// Asks for huge pages in [start, start + bytes), whole huge pages, where the
+// kernel has them free: at most half of its free blocks at the last look, so
+// that other processes find some too and no compaction is needed.
+void AdviseHugePages(Heap* heap, char* start, size_t bytes) {
+#ifdef MADV_HUGEPAGE
+  const size_t pages = bytes / kHugePageBytes;
+  if (pages == 0) return;
+  if (heap->hugePageBudget < pages) heap->hugePageBudget = KernelFreeHugePages() / 2;
+  if (heap->hugePageBudget < pages) return;
+  heap->hugePageBudget -= pages;
+  ::madvise(start, bytes, MADV_HUGEPAGE);
+#endif
+}
+
 // Makes the heap writable up to at least `needed` bytes from its base.
 // Memory that is about to be filled is faulted in at once, which costs far
 // less than a trap for each page: here while the heap is small, by the
@@ -218,11 +263,12 @@ void Grow(Heap* heap, size_t needed) {
     // Steps grow with the heap, so that a small process stays small and a
     // large document is not made writable a few spans at a time.
     size_t step = std::min(kMaxCommitStep, std::max(kMinCommitStep, committed / 64));
-    step = std::min(step / kSpanBytes * kSpanBytes, heap->size - committed);
+    step = std::min(step / kHugePageBytes * kHugePageBytes, heap->size - committed);
     if (::mprotect(heap->base + committed, step, PROT_READ | PROT_WRITE) != 0) {
       if (committed < needed) heap->exhausted.store(true, std::memory_order_relaxed);
       break;
     }
+    AdviseHugePages(heap, heap->base + committed, step);
     if (!populator) ::madvise(heap->base + committed, step, MADV_POPULATE_WRITE);
     committed += step;
     heap->committed.store(committed, std::memory_order_release);
@@ -502,6 +548,38 @@ size_t XmlHeap::BlockSize(const void* block) {
   const Heap* heap = gHeap.load(std::memory_order_acquire);
   if (heap == nullptr || block == nullptr || !InHeap(heap, block)) return 0;
   return ClassSize(SlotClass(SlotOfBlock(heap, block)));
+}
+
+size_t XmlHeap::FreeHugePages(std::string_view buddyinfo) {
+  // "Node 0, zone   Normal   c0 c1 ... c10": one count of free blocks per
+  // order, from order 0, after the zone's name.
+  constexpr size_t kHugePageOrder = 9;
+  size_t pages = 0;
+  while (!buddyinfo.empty()) {
+    const size_t lineEnd = std::min(buddyinfo.find('\n'), buddyinfo.size());
+    std::string_view line = buddyinfo.substr(0, lineEnd);
+    buddyinfo.remove_prefix(std::min(lineEnd + 1, buddyinfo.size()));
+    const size_t zone = line.find("zone");
+    if (zone == std::string_view::npos) continue;
+    line.remove_prefix(zone + 4);
+    auto skip = [&line](bool blanks) {
+      while (!line.empty() && (line.front() == ' ' || line.front() == '\t') == blanks) line.remove_prefix(1);
+    };
+    skip(true);
+    skip(false);  // the zone's name
+    for (size_t order = 0;; ++order) {
+      skip(true);
+      size_t count = 0;
+      size_t digits = 0;
+      for (; digits < line.size() && line[digits] >= '0' && line[digits] <= '9'; ++digits) {
+        count = count * 10 + static_cast<size_t>(line[digits] - '0');
+      }
+      if (digits == 0) break;
+      line.remove_prefix(digits);
+      if (order >= kHugePageOrder && order - kHugePageOrder < 32) pages += count << (order - kHugePageOrder);
+    }
+  }
+  return pages;
 }
 
 XmlHeap::Usage XmlHeap::CurrentUsage() {

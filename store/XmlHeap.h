@@ -27,6 +27,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 namespace tessel {
 
@@ -63,6 +64,12 @@ class XmlHeap {
   static bool Owns(const void* block);
   // Usable size of a block of this heap (its class size); 0 for others.
   static size_t BlockSize(const void* block);
+
+  // Huge pages (2 MB) the kernel could give from its free blocks as
+  // /proc/buddyinfo's text lists them: each free block of order 9 (2 MB in
+  // 4 KB pages) or above counts as the huge pages it holds. The heap asks
+  // for huge pages only while this shows enough to spare.
+  static size_t FreeHugePages(std::string_view buddyinfo);
 
   struct Usage {
     size_t spanBytes = 0;       // address space handed to size classes

@@ -14,7 +14,9 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <set>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -390,6 +392,61 @@ TEST_F(XmlHeapTest, ALargeHeapGrowsAheadAndAForkedChildStillGrowsItsOwn) {
   }
   EXPECT_TRUE(ChildSucceeded(child, std::chrono::seconds(30))) << "the child failed or did not finish";
   EXPECT_EQ(intact(blocks, 7), 0u);
+  for (void* block : blocks) XmlHeap::Free(block);
+}
+
+TEST(XmlHeapHugePagesTest, FreeBlocksOfOrderNineAndAboveCountAsTheHugePagesTheyHold) {
+  // As a kernel lists them: orders 0 to 10 per zone.
+  const char* buddyinfo =
+      "Node 0, zone      DMA      0      0      0      0      0      0      0      0      1      1      3 \n"
+      "Node 0, zone    DMA32      2      3      0      2      3      2      1      4      4      2    752 \n"
+      "Node 0, zone   Normal  32601  17693  16263   5859   2579   1517   1121    703    663    406   1446 \n";
+  // DMA 1 + 3*2, DMA32 2 + 752*2, Normal 406 + 1446*2; order 8 counts for nothing.
+  EXPECT_EQ(XmlHeap::FreeHugePages(buddyinfo), 7u + 1506u + 3298u);
+  // Tabs, a last line without a break, a zone with fewer orders listed.
+  EXPECT_EQ(XmlHeap::FreeHugePages("Node 1, zone\tNormal\t0 0 0 0 0 0 0 0 0 5 1"), 7u);
+  EXPECT_EQ(XmlHeap::FreeHugePages("Node 0, zone Normal 4 4 4"), 0u);
+  // Nothing a zone line, or nothing at all: no huge pages to be had.
+  EXPECT_EQ(XmlHeap::FreeHugePages(""), 0u);
+  EXPECT_EQ(XmlHeap::FreeHugePages("garbage 1 2 3 4 5 6 7 8 9 10 11\n"), 0u);
+  EXPECT_EQ(XmlHeap::FreeHugePages("Node 0, zone Normal x 1 2"), 0u);
+}
+
+// The kernel's huge pages of the mapping holding `address`, in kB, from
+// /proc/self/smaps; -1 when no mapping holds it.
+long HugePagesKbAt(const void* address) {
+  std::ifstream smaps("/proc/self/smaps");
+  const auto wanted = reinterpret_cast<uintptr_t>(address);
+  std::string line;
+  bool inside = false;
+  while (std::getline(smaps, line)) {
+    uintptr_t from = 0;
+    uintptr_t to = 0;
+    char dash = 0;
+    std::istringstream range(line);
+    if (range >> std::hex >> from >> dash >> to && dash == '-') {
+      inside = from <= wanted && wanted < to;
+      continue;
+    }
+    if (inside && line.rfind("AnonHugePages:", 0) == 0) return std::stol(line.substr(14));
+  }
+  return -1;
+}
+
+TEST_F(XmlHeapTest, ALargeHeapTakesHugePagesWhileTheKernelHasThemFree) {
+  std::ifstream enabled("/sys/kernel/mm/transparent_hugepage/enabled");
+  std::string modes((std::istreambuf_iterator<char>(enabled)), std::istreambuf_iterator<char>());
+  std::ifstream buddy("/proc/buddyinfo");
+  std::string free((std::istreambuf_iterator<char>(buddy)), std::istreambuf_iterator<char>());
+  if (modes.empty() || modes.find("[never]") != std::string::npos || XmlHeap::FreeHugePages(free) < 512) {
+    GTEST_SKIP() << "this kernel has no huge pages to spare";
+  }
+  std::vector<void*> blocks;
+  for (size_t i = 0; i < 800000; ++i) {  // 96 MB
+    blocks.push_back(XmlHeap::Allocate(120));
+    std::memset(blocks.back(), 1, 120);
+  }
+  EXPECT_GT(HugePagesKbAt(blocks.back()), 0) << "the heap's writable range has no huge page";
   for (void* block : blocks) XmlHeap::Free(block);
 }
 
