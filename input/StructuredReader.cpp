@@ -83,10 +83,40 @@ const std::vector<StructuredReader::FieldInfo>& StructuredReader::FieldsOf(xmlNo
   return fieldsByRecord_.emplace(recordNode, std::move(fields)).first->second;
 }
 
+bool StructuredReader::TakesTextsInOrder(const std::vector<FieldInfo>& fields, const std::string& tranId) {
+  if (&fields == lastFields_) return lastTakesTexts_;
+  auto found = takesTexts_.find(&fields);
+  if (found == takesTexts_.end()) {
+    std::vector<std::string_view> names;
+    bool takes = true;
+    for (const FieldInfo& field : fields) {
+      takes = takes && !field.inputFile;
+      names.push_back(field.name);
+    }
+    takes = takes && factory_->TakesTextsInOrder(tranId, names);
+    found = takesTexts_.emplace(&fields, takes).first;
+  }
+  lastFields_ = &fields;
+  lastTakesTexts_ = found->second;
+  return lastTakesTexts_;
+}
+
 Ref<Transaction> StructuredReader::LineIntoTransaction(const std::vector<FieldInfo>& fields,
                                                        const std::string& tranId) {
   size_t position = 0;
   try {
+    if (TakesTextsInOrder(fields, tranId)) {
+      // Mostly every field's text is at hand: the record is made with them.
+      texts_.clear();
+      std::string_view text;
+      for (; position < fields.size() && reader_->ItemText(fields[position].node, text); ++position) {
+        texts_.push_back(text);
+      }
+      if (position == fields.size()) {
+        if (Ref<Transaction> transaction = factory_->CreateTransactionWithTexts(tranId, texts_)) return transaction;
+      }
+      position = 0;
+    }
     Ref<Transaction> transaction = factory_->CreateTransaction(tranId);
     for (; position < fields.size(); ++position) {
       const FieldInfo& field = fields[position];

@@ -25,6 +25,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -69,6 +70,9 @@ class StructuredReader {
   int32_t HeirarchicalDataset();
   void AddRecordRead(Transaction& transaction);
   const std::vector<FieldInfo>& FieldsOf(xmlNodePtr recordNode);
+  // Whether records of type `tranId` can be made with the texts of
+  // `fields` at once (TransactionFactory::TakesTextsInOrder); asked once.
+  bool TakesTextsInOrder(const std::vector<FieldInfo>& fields, const std::string& tranId);
 
   std::shared_ptr<TransformDefinition> definition_;
   std::shared_ptr<TransactionFactory> factory_;
@@ -76,6 +80,10 @@ class StructuredReader {
   IEvent* event_ = nullptr;
   std::string transformId_;
   std::unordered_map<xmlNodePtr, std::vector<FieldInfo>> fieldsByRecord_;
+  std::unordered_map<const std::vector<FieldInfo>*, bool> takesTexts_;
+  const std::vector<FieldInfo>* lastFields_ = nullptr;  // the entry of takesTexts_ asked last
+  bool lastTakesTexts_ = false;
+  std::vector<std::string_view> texts_;  // the line's texts for a record made with them
 };
 
 }  // namespace tessel

@@ -61,6 +61,15 @@ xmlNodePtr DataNodes::NewElement(xmlDocPtr doc, const xmlChar* dictionaryName, b
   return node;
 }
 
+bool DataNodes::FitsInTextNode(size_t length) { return length < kInlineRoom; }
+
+void DataNodes::PutTextInNode(xmlNodePtr textNode, std::string_view text) {
+  char* room = reinterpret_cast<char*>(&textNode->properties);
+  for (size_t i = 0; i < text.size(); ++i) room[i] = text[i];
+  room[text.size()] = '\0';
+  textNode->content = reinterpret_cast<xmlChar*>(room);
+}
+
 xmlNodePtr DataNodes::NewText(xmlDocPtr doc, std::string_view text, bool shareInDictionary) {
   return NewText(doc, text, shareInDictionary, PlainConstruction());
 }
@@ -77,11 +86,8 @@ xmlNodePtr DataNodes::NewText(xmlDocPtr doc, std::string_view text, bool shareIn
     node = xmlNewDocText(doc, nullptr);
     if (node == nullptr) throw std::bad_alloc();
   }
-  if (text.size() < kInlineRoom) {
-    char* room = reinterpret_cast<char*>(&node->properties);
-    for (size_t i = 0; i < text.size(); ++i) room[i] = text[i];
-    room[text.size()] = '\0';
-    node->content = reinterpret_cast<xmlChar*>(room);
+  if (FitsInTextNode(text.size())) {
+    PutTextInNode(node, text);
   } else if (shareInDictionary && doc != nullptr && doc->dict != nullptr) {
     node->content = const_cast<xmlChar*>(
         xmlDictLookup(doc->dict, reinterpret_cast<const xmlChar*>(text.data()), static_cast<int>(text.size())));

@@ -146,6 +146,10 @@ class DataNodes {
   static xmlNodePtr NewPlainField(xmlDocPtr doc, const xmlChar* fieldElement, const xmlChar* valuesElement,
                                   const xmlChar* nameAttribute, std::string_view fieldName,
                                   xmlNodePtr sharedName = nullptr);
+  // True when a text of `length` bytes sits inside its text node (NewText
+  // puts it there); PutTextInNode puts it there, for such a text only.
+  static bool FitsInTextNode(size_t length);
+  static void PutTextInNode(xmlNodePtr textNode, std::string_view text);
   // A VALUE holding `text` (no child when empty), as NewElement and NewText
   // make them; for plain construction only, with a VALUE name the
   // dictionary of `doc` owns.

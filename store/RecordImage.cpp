@@ -36,8 +36,34 @@ std::unique_ptr<RecordImage> RecordImage::Make(xmlNodePtr model) {
   std::unordered_map<const void*, uint32_t> indexes;
   for (uint32_t i = 0; i < image->sources_.size(); ++i) indexes.emplace(image->sources_[i], i);
   for (uint32_t i = 0; i < image->sources_.size(); ++i) image->AddLinks(i, indexes);
-  image->blocks_.assign(image->sources_.size() + 1, nullptr);
+  image->FindFields(model, indexes);
+  image->blocks_.assign(image->sources_.size() + 2 * image->fieldValues_.size() + 1, nullptr);
   return image;
+}
+
+void RecordImage::FindFields(xmlNodePtr model, const std::unordered_map<const void*, uint32_t>& indexes) {
+  std::vector<std::string> names;
+  std::vector<uint32_t> values;
+  for (xmlNodePtr field = model->children; field != nullptr; field = field->next) {
+    xmlAttrPtr name = field->properties;
+    xmlNodePtr only = field->children;
+    const char* text = name != nullptr ? DataNodes::SingleText(name) : nullptr;
+    if (!DataNodes::IsElement(field, "FIELD") || name == nullptr || name->next != nullptr ||
+        !DataNodes::SameLiteral(name->name, "name") ||
+        text == nullptr || only == nullptr || only->next != nullptr || only->children != nullptr ||
+        only->properties != nullptr || !DataNodes::IsElement(only, "VALUES")) {
+      return;
+    }
+    names.emplace_back(text);
+    values.push_back(indexes.at(only));
+  }
+  valueName_ = xmlDictLookup(templateDoc_->dict, reinterpret_cast<const xmlChar*>("VALUE"), -1);
+  if (valueName_ == nullptr) return;
+  fieldNames_ = std::move(names);
+  fieldValues_ = std::move(values);
+  filledSizes_ = sizes_;
+  filledSizes_.insert(filledSizes_.end(), 2 * fieldValues_.size(), static_cast<uint16_t>(sizeof(xmlNode)));
+  longTexts_.assign(fieldValues_.size(), nullptr);
 }
 
 bool RecordImage::AddElement(xmlNodePtr element) {
@@ -131,9 +157,67 @@ bool RecordImage::CopiesInto(xmlDocPtr doc) const {
 }
 
 xmlNodePtr RecordImage::Copy(xmlDocPtr doc) const {
+  DataNodes::AllocateNodes(sizes_.data(), sources_.size(), blocks_.data());
+  return CopyInto(doc);
+}
+
+xmlNodePtr RecordImage::CopyFilled(xmlDocPtr doc, std::span<const std::string_view> texts) const {
+  // Texts that do not fit in their node are made first: nothing can fail
+  // once the nodes are there.
+  size_t filled = 0;
+  for (size_t i = 0; i < texts.size(); ++i) {
+    if (texts[i].empty()) continue;
+    ++filled;
+    if (DataNodes::FitsInTextNode(texts[i].size())) continue;
+    longTexts_[i] = xmlStrndup(reinterpret_cast<const xmlChar*>(texts[i].data()), static_cast<int>(texts[i].size()));
+    if (longTexts_[i] == nullptr) {
+      for (size_t made = 0; made < i; ++made) {
+        if (longTexts_[made] != nullptr) xmlFree(longTexts_[made]);
+        longTexts_[made] = nullptr;
+      }
+      throw std::bad_alloc();
+    }
+  }
+  try {
+    DataNodes::AllocateNodes(filledSizes_.data(), sources_.size() + 2 * filled, blocks_.data());
+  } catch (...) {
+    for (xmlChar*& text : longTexts_) {
+      if (text != nullptr) xmlFree(text);
+      text = nullptr;
+    }
+    throw;
+  }
+  xmlNodePtr root = CopyInto(doc);
+  size_t next = sources_.size();
+  for (size_t i = 0; i < texts.size(); ++i) {
+    if (texts[i].empty()) continue;
+    auto* values = static_cast<xmlNodePtr>(blocks_[fieldValues_[i]]);
+    // As DataNodes::NewPlainValue makes them.
+    auto* value = static_cast<xmlNodePtr>(std::memset(blocks_[next++], 0, sizeof(xmlNode)));
+    auto* text = static_cast<xmlNodePtr>(std::memset(blocks_[next++], 0, sizeof(xmlNode)));
+    value->type = XML_ELEMENT_NODE;
+    value->name = valueName_;
+    value->doc = doc;
+    value->parent = values;
+    value->children = value->last = text;
+    text->type = XML_TEXT_NODE;
+    text->name = xmlStringText;
+    text->doc = doc;
+    text->parent = value;
+    if (longTexts_[i] != nullptr) {
+      text->content = longTexts_[i];
+      longTexts_[i] = nullptr;
+    } else {
+      DataNodes::PutTextInNode(text, texts[i]);
+    }
+    values->children = values->last = value;
+  }
+  return root;
+}
+
+xmlNodePtr RecordImage::CopyInto(xmlDocPtr doc) const {
   const size_t count = sources_.size();
   void** blocks = blocks_.data();
-  DataNodes::AllocateNodes(sizes_.data(), count, blocks);
   for (size_t i = 0; i < count; ++i) {
     if (sizes_[i] == sizeof(xmlNode)) {
       std::memcpy(blocks[i], sources_[i], sizeof(xmlNode));

@@ -28,6 +28,9 @@
 
 #include <cstdint>
 #include <memory>
+#include <span>
+#include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -55,6 +58,18 @@ class RecordImage {
   // CopiesInto(doc) holds. Raises std::bad_alloc, leaving nothing behind.
   xmlNodePtr Copy(xmlDocPtr doc) const;
 
+  // The names of the template's fields in order, when the template is a
+  // record of fields as the factory makes them (each child a FIELD with its
+  // name and one empty VALUES); empty otherwise.
+  const std::vector<std::string>& FieldNames() const { return fieldNames_; }
+  // Copy, with field i given one VALUE holding texts[i] where that is not
+  // empty: the tree that SetFieldText(name, text) for each field in order
+  // makes of a copy, for fields whose texts are taken as they stand (no
+  // quotes to drop, not binary). Only where CopiesInto(doc) holds and
+  // `texts` has one text per field of FieldNames(). Raises std::bad_alloc,
+  // leaving nothing behind.
+  xmlNodePtr CopyFilled(xmlDocPtr doc, std::span<const std::string_view> texts) const;
+
  private:
   // A pointer field of a copied node (at `offset` in node `node`) that must
   // lead to node `target` of the copy, or to nothing when `target` is the
@@ -65,6 +80,12 @@ class RecordImage {
     uint32_t target;
   };
 
+  // The copy's nodes, made from the image into blocks_[0, sources_.size());
+  // returns the root.
+  xmlNodePtr CopyInto(xmlDocPtr doc) const;
+  // Finds the template's fields (fieldNames_, fieldValues_) when it is a
+  // record of fields as the factory makes them.
+  void FindFields(xmlNodePtr model, const std::unordered_map<const void*, uint32_t>& indexes);
   // Adds `element` and everything below it; false when something is not plain.
   bool AddElement(xmlNodePtr element);
   // Adds the links of node `index` whose fields are set in the template;
@@ -77,7 +98,12 @@ class RecordImage {
   std::vector<Link> links_;
   std::vector<void*> sharedTexts_;    // attribute values shared with the template, held once more per copy
   std::vector<uint32_t> textsInside_;  // texts of the image whose text is inside the node
-  mutable std::vector<void*> blocks_;  // the copy being made, and a null after it
+  std::vector<std::string> fieldNames_;
+  std::vector<uint32_t> fieldValues_;     // per field, the index of its VALUES
+  const xmlChar* valueName_ = nullptr;    // "VALUE" as the template's dictionary holds it
+  std::vector<uint16_t> filledSizes_;     // sizes_, then a VALUE and its text per field
+  mutable std::vector<void*> blocks_;     // the copy being made, and a null after it
+  mutable std::vector<xmlChar*> longTexts_;  // CopyFilled's texts too long to sit in their node
 };
 
 }  // namespace tessel

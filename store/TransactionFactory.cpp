@@ -136,27 +136,29 @@ std::shared_ptr<const FieldDictionary> TransactionFactory::GetMetaFieldData(std:
   }
 }
 
-xmlNodePtr TransactionFactory::InitDataTran(std::string_view tranId, xmlNodePtr record, std::string_view recordName) {
+TransactionFactory::Template& TransactionFactory::TemplateFor(std::string_view tranId, xmlNodePtr record) {
   std::string key(tranId);
   auto found = templateByType_.find(key);
-  if (found == templateByType_.end()) {
-    xmlDocPtr doc = templates_->DOMDocument();
-    Template made;
-    made.model = templates_->GenerateNode("RECORD");
-    for (xmlNodePtr field = record->children; field != nullptr; field = field->next) {
-      if (!DataNodes::IsElement(field, "FIELD")) continue;
-      xmlAttrPtr name = DataNodes::FindAttribute(field, "name");
-      Check(name != nullptr, 7701, "No matching attribute [%1] could be found in the node.", Variant("name"));
-      xmlAddChild(made.model, InitFldNode(doc, DataNodes::AttributeValue(name)));
-    }
-    try {
-      made.image = RecordImage::Make(made.model);
-    } catch (const std::bad_alloc&) {
-      // Without an image records are copied the general way.
-    }
-    found = templateByType_.emplace(std::move(key), std::move(made)).first;
+  if (found != templateByType_.end()) return found->second;
+  xmlDocPtr doc = templates_->DOMDocument();
+  Template made;
+  made.model = templates_->GenerateNode("RECORD");
+  for (xmlNodePtr field = record->children; field != nullptr; field = field->next) {
+    if (!DataNodes::IsElement(field, "FIELD")) continue;
+    xmlAttrPtr name = DataNodes::FindAttribute(field, "name");
+    Check(name != nullptr, 7701, "No matching attribute [%1] could be found in the node.", Variant("name"));
+    xmlAddChild(made.model, InitFldNode(doc, DataNodes::AttributeValue(name)));
   }
-  const Template& model = found->second;
+  try {
+    made.image = RecordImage::Make(made.model);
+  } catch (const std::bad_alloc&) {
+    // Without an image records are copied the general way.
+  }
+  return templateByType_.emplace(std::move(key), std::move(made)).first->second;
+}
+
+xmlNodePtr TransactionFactory::InitDataTran(std::string_view tranId, xmlNodePtr record, std::string_view recordName) {
+  const Template& model = TemplateFor(tranId, record);
   xmlDocPtr target = data_->DOMDocument();
   xmlNodePtr node = model.image != nullptr && model.image->CopiesInto(target)
                         ? model.image->Copy(target)
@@ -167,6 +169,18 @@ xmlNodePtr TransactionFactory::InitDataTran(std::string_view tranId, xmlNodePtr 
   return node;
 }
 
+Ref<Transaction> TransactionFactory::ViewOfNewRecord(std::string_view tranId, xmlNodePtr meta, xmlNodePtr node,
+                                                     bool known) {
+  Ref<Transaction> transaction = RecordView();
+  transaction->SetTransactionMetaData(meta);
+  transaction->SetData(node);
+  transaction->SetXWrapper(data_);
+  transaction->SetFactory(weak_from_this(), definition_);
+  if (!known) RememberType(tranId, meta, GetMetaFieldData(tranId, meta));
+  transaction->SetFieldMetaDataDictionary(lastType_.fields);
+  return transaction;
+}
+
 Ref<Transaction> TransactionFactory::CreateTransaction(std::string_view tranId, std::string_view recordName,
                                                        const Variant& reserved) {
   try {
@@ -174,17 +188,63 @@ Ref<Transaction> TransactionFactory::CreateTransaction(std::string_view tranId, 
     const bool known = lastType_.meta != nullptr && lastType_.id == tranId;
     xmlNodePtr meta = known ? lastType_.meta : definition_->RecordNode(tranId);
     xmlNodePtr node = InitDataTran(tranId, meta, recordName);
-    Ref<Transaction> transaction = RecordView();
-    transaction->SetTransactionMetaData(meta);
-    transaction->SetData(node);
-    transaction->SetXWrapper(data_);
-    transaction->SetFactory(weak_from_this(), definition_);
-    if (!known) RememberType(tranId, meta, GetMetaFieldData(tranId, meta));
-    transaction->SetFieldMetaDataDictionary(lastType_.fields);
-    return transaction;
+    return ViewOfNewRecord(tranId, meta, node, known);
   } catch (...) {
     ErrorInRethrow("TransactionFactory.CreateTransaction(sTranID, sRecordName, vReserved)",
                    {Variant(tranId), Variant(recordName), reserved});
+  }
+}
+
+bool TransactionFactory::TakesTextsInOrder(std::string_view tranId, std::span<const std::string_view> fieldNames) {
+  try {
+    if (!definition_) ThrowRuntimeError(91);
+    xmlNodePtr meta = definition_->RecordNode(tranId);
+    Template& model = TemplateFor(tranId, meta);
+    if (model.fillable < 0) {
+      const std::shared_ptr<const FieldDictionary> fields = GetMetaFieldData(tranId, meta);
+      bool fillable = model.image != nullptr && fields != nullptr &&
+                      model.image->FieldNames().size() == fields->Count() && fields->Count() > 0;
+      for (size_t i = 0; fillable && i < fields->Count(); ++i) {
+        fillable = model.image->FieldNames()[i] == fields->At(i).FieldName && fields->At(i).FieldType != kFieldBinary;
+      }
+      model.fillable = fillable ? 1 : 0;
+    }
+    if (model.fillable == 0 || fieldNames.size() != model.image->FieldNames().size()) return false;
+    for (size_t i = 0; i < fieldNames.size(); ++i) {
+      if (fieldNames[i] != model.image->FieldNames()[i]) return false;
+    }
+    return true;
+  } catch (...) {
+    ErrorInRethrow("TransactionFactory.TakesTextsInOrder(sTranID)", {Variant(tranId)});
+  }
+}
+
+Ref<Transaction> TransactionFactory::CreateTransactionWithTexts(std::string_view tranId,
+                                                                std::span<const std::string_view> texts) {
+  try {
+    if (!definition_) ThrowRuntimeError(91);
+    const bool known = lastType_.meta != nullptr && lastType_.id == tranId;
+    xmlNodePtr meta = known ? lastType_.meta : definition_->RecordNode(tranId);
+    const Template& model = TemplateFor(tranId, meta);
+    xmlDocPtr target = data_->DOMDocument();
+    if (model.fillable != 1 || !model.image->CopiesInto(target) || texts.size() != model.image->FieldNames().size()) {
+      return nullptr;
+    }
+    if (!known) RememberType(tranId, meta, GetMetaFieldData(tranId, meta));
+    // A quoted text of a field that is not a string loses its quotes (or
+    // fails, alone): the field by field way does that.
+    const FieldDictionary& fields = *lastType_.fields;
+    for (size_t i = 0; i < texts.size(); ++i) {
+      const std::string_view text = texts[i];
+      if (!text.empty() && text.front() == '"' && text.back() == '"' && fields.At(i).FieldType != kFieldString) {
+        return nullptr;
+      }
+    }
+    xmlNodePtr node = model.image->CopyFilled(target, texts);
+    data_->KeepGenerated(node);
+    return ViewOfNewRecord(tranId, meta, node, true);
+  } catch (...) {
+    ErrorInRethrow("TransactionFactory.CreateTransactionWithTexts(sTranID, colTexts)", {Variant(tranId)});
   }
 }
 

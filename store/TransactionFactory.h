@@ -31,6 +31,7 @@
 #include <array>
 #include <memory>
 #include <string>
+#include <span>
 #include <string_view>
 #include <unordered_map>
 #include <unordered_set>
@@ -70,6 +71,17 @@ class TransactionFactory : public std::enable_shared_from_this<TransactionFactor
   // position), not yet in the tree. `reserved` is ignored.
   Ref<Transaction> CreateTransaction(std::string_view tranId, std::string_view recordName = {},
                                      const Variant& reserved = Variant());
+  // True when new records of type `tranId` can take the texts of exactly
+  // these fields, in this order, through CreateTransactionWithTexts: the
+  // type's fields in definition order, none of them binary.
+  bool TakesTextsInOrder(std::string_view tranId, std::span<const std::string_view> fieldNames);
+  // A new transaction of record type `tranId`, not yet in the tree, whose
+  // fields hold `texts` as SetFieldText(name, text) for each field in
+  // definition order leaves them. Null where the record cannot be made so
+  // (no image of the type's template, a quoted text of a field that is not
+  // a string): the caller then sets the fields one by one. Only for a type
+  // that TakesTextsInOrder with `texts` in that order.
+  Ref<Transaction> CreateTransactionWithTexts(std::string_view tranId, std::span<const std::string_view> texts);
   // A cursor standing on the context's node, or on /DATA without a context.
   Ref<TransactionIterator> CreateIterator(TransactionContext* initial = nullptr);
   // A selector over this document; no definition means this factory's, no
@@ -117,6 +129,12 @@ class TransactionFactory : public std::enable_shared_from_this<TransactionFactor
  private:
   void InitXData();
   xmlNodePtr InitDataTran(std::string_view tranId, xmlNodePtr record, std::string_view recordName);
+  struct Template;
+  // The type's template, made on first use from its definition `record`.
+  Template& TemplateFor(std::string_view tranId, xmlNodePtr record);
+  // The view of a record just made from the template of the type, whose
+  // definition is `meta`; `known` when that is lastType_ already.
+  Ref<Transaction> ViewOfNewRecord(std::string_view tranId, xmlNodePtr meta, xmlNodePtr node, bool known);
   Ref<Transaction> MergeData(xmlNodePtr record, xmlNodePtr meta, std::shared_ptr<const FieldDictionary> fields);
   // The view object for a record: the one handed out last when no one holds
   // it any more, made as new, or else a new one. Records are mostly asked
@@ -164,6 +182,9 @@ class TransactionFactory : public std::enable_shared_from_this<TransactionFactor
   struct Template {
     xmlNodePtr model = nullptr;
     std::unique_ptr<RecordImage> image;
+    // Whether the image's fields are the type's fields in definition order,
+    // none binary (CreateTransactionWithTexts); -1 until asked.
+    int fillable = -1;
   };
   std::unordered_map<std::string, Template> templateByType_;
   std::unordered_map<std::string, std::shared_ptr<const FieldDictionary>> fieldsByType_;

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <regex>
+#include <string_view>
+#include <vector>
 #include <thread>
 
 #include "store/Attributes.h"
@@ -387,6 +389,71 @@ TEST(TransactionFactoryViews, AViewHeldIsNeverHandedOutAgainAndOneLetGoKeepsNoth
   EXPECT_EQ(made->TransactionId(), "ORDER");
   EXPECT_TRUE(made->GetFieldValues("NUMBER").ToString().empty());
   EXPECT_NE(made->Data(), orderNode);
+}
+
+// Records made at once with their texts, as readers make them.
+constexpr const char* kRowDefinition =
+    "<TRANSFORM id=\"T1\" parentid=\"\" type=\"1\"><OPTIONS/><TRANSFORMDETAIL><RECORDS>"
+    "<RECORD id=\"ROW\" parentid=\"\" hashcode=\"1\">"
+    "<FIELD name=\"A\" type=\"3\"/><FIELD name=\"B\" type=\"1\"/><FIELD name=\"C\" type=\"2\"/>"
+    "<FIELD name=\"A_FIELD_WITH_A_LONG_NAME\" type=\"3\" allowmultiplevals=\"True\"/><FIELD name=\"E\" type=\"4\"/>"
+    "</RECORD></RECORDS></TRANSFORMDETAIL></TRANSFORM>";
+const std::vector<std::string_view> kRowFields = {"A", "B", "C", "A_FIELD_WITH_A_LONG_NAME", "E"};
+
+TEST(TransactionFactoryTexts, ARecordMadeWithItsTextsIsTheRecordMadeFieldByField) {
+  const std::vector<std::vector<std::string_view>> lines = {
+      {"x", "12", "1.5", "note", "2024-01-02"},
+      {"", "", "", "", ""},
+      {"fifteen bytes..", "sixteen bytes...", "a text longer than any node holds", "\"quoted\"", " "},
+      {"\"", "7", "", "caf\xC3\xA9", ""},
+  };
+  auto byTexts = MakeFactory(kRowDefinition);
+  auto byFields = MakeFactory(kRowDefinition);
+  ASSERT_TRUE(byTexts->TakesTextsInOrder("ROW", kRowFields));
+  Ref<TransactionContext> textsContext = TopContext(*byTexts);
+  Ref<TransactionContext> fieldsContext = TopContext(*byFields);
+  for (const auto& line : lines) {
+    Ref<Transaction> made = byTexts->CreateTransactionWithTexts("ROW", line);
+    ASSERT_TRUE(made) << line[0];
+    Ref<Transaction> general = byFields->CreateTransaction("ROW");
+    for (size_t i = 0; i < line.size(); ++i) general->SetFieldText(kRowFields[i], line[i]);
+    EXPECT_EQ(Stable(XMLWrapper::NodeXml(made->Data())), Stable(XMLWrapper::NodeXml(general->Data())));
+    // The record is like any other afterwards: changed, read, added.
+    made->SetFieldValue("A_FIELD_WITH_A_LONG_NAME", Variant("more"));
+    general->SetFieldValue("A_FIELD_WITH_A_LONG_NAME", Variant("more"));
+    made->SetFieldValue("A", Variant("changed"), true);
+    general->SetFieldValue("A", Variant("changed"), true);
+    EXPECT_EQ(made->GetFieldValues("B").ToString(), general->GetFieldValues("B").ToString());
+    byTexts->AddTransaction(*made, *textsContext);
+    byFields->AddTransaction(*general, *fieldsContext);
+  }
+  EXPECT_EQ(Stable(byTexts->Data()->ToString()), Stable(byFields->Data()->ToString()));
+}
+
+TEST(TransactionFactoryTexts, AQuotedTextOfAFieldThatIsNoStringIsLeftToTheFieldByFieldWay) {
+  auto factory = MakeFactory(kRowDefinition);
+  ASSERT_TRUE(factory->TakesTextsInOrder("ROW", kRowFields));
+  // Set field by field, B would lose its quotes, or fail when it is a quote alone.
+  EXPECT_FALSE(factory->CreateTransactionWithTexts("ROW", std::vector<std::string_view>{"a", "\"12\"", "", "", ""}));
+  EXPECT_FALSE(factory->CreateTransactionWithTexts("ROW", std::vector<std::string_view>{"a", "", "\"", "", ""}));
+  EXPECT_FALSE(factory->CreateTransactionWithTexts("ROW", std::vector<std::string_view>{"a", "1"}));
+  Ref<Transaction> general = factory->CreateTransaction("ROW");
+  general->SetFieldText("B", "\"12\"");
+  EXPECT_EQ(general->GetFieldValues("B").ToString(), "12");
+}
+
+TEST(TransactionFactoryTexts, OnlyTheTypesFieldsInTheirOrderAndNoneBinaryTakeTexts) {
+  auto factory = MakeFactory(kRowDefinition);
+  EXPECT_FALSE(factory->TakesTextsInOrder("ROW", std::vector<std::string_view>{"B", "A", "C", "A_FIELD_WITH_A_LONG_NAME", "E"}));
+  EXPECT_FALSE(factory->TakesTextsInOrder("ROW", std::vector<std::string_view>{"A", "B", "C", "A_FIELD_WITH_A_LONG_NAME"}));
+  EXPECT_FALSE(factory->TakesTextsInOrder("ROW", std::vector<std::string_view>{"A", "B", "C", "A_FIELD_WITH_A_LONG_NAME", "E", "F"}));
+  EXPECT_TRUE(factory->TakesTextsInOrder("ROW", kRowFields));
+  // A binary field keeps its value in a file: the store's ORDER has one.
+  auto orders = MakeFactory();
+  EXPECT_FALSE(orders->TakesTextsInOrder(
+      "ORDER", std::vector<std::string_view>{"NUMBER", "QTY", "NOTE", "LOCKED", "PRICE", "WHEN", "OK", "BLOB", "CODES"}));
+  EXPECT_TRUE(orders->TakesTextsInOrder("LINE", std::vector<std::string_view>{"ITEM", "QTY"}));
+  EXPECT_FALSE(orders->TakesTextsInOrder("EMPTY", std::vector<std::string_view>{}));
 }
 
 }  // namespace
