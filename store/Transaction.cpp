@@ -82,13 +82,19 @@ inline bool IsFieldNamed(xmlNodePtr node, std::string_view name) {
 // The first FIELD[@name=`name`] from `first` on, before `stop`.
 // Kept out of line: FindField mostly answers before it.
 [[gnu::noinline]] xmlNodePtr FieldAmong(xmlNodePtr first, xmlNodePtr stop, std::string_view name) {
+  const char head = name.empty() ? '\0' : name.front();
   for (xmlNodePtr c = first; c != stop; c = c->next) {
     if (c->type != XML_ELEMENT_NODE) continue;
     // In fields as they are made `name` is the first attribute and one
-    // text: another text there rules the node out without further tests.
-    if (xmlAttrPtr a = c->properties; a != nullptr && a->ns == nullptr && DataNodes::SameLiteral(a->name, "name")) {
-      const char* value = DataNodes::SingleText(a);
-      if (value != nullptr && !DataNodes::SameName(reinterpret_cast<const xmlChar*>(value), name)) continue;
+    // text: another text there rules the node out without further tests,
+    // mostly by its first byte.
+    if (xmlAttrPtr a = c->properties; a != nullptr && a->ns == nullptr) {
+      xmlNodePtr text = a->children;
+      if (text != nullptr && text->next == nullptr && text->type == XML_TEXT_NODE && text->content != nullptr &&
+          (static_cast<char>(text->content[0]) != head || !DataNodes::SameName(text->content, name)) &&
+          DataNodes::SameLiteral(a->name, "name")) {
+        continue;
+      }
     }
     if (!DataNodes::IsElement(c, "FIELD")) continue;
     xmlAttrPtr attribute = DataNodes::FindAttribute(c, "name");
@@ -438,10 +444,13 @@ xmlNodePtr Transaction::FindField(std::string_view fieldName, size_t place) {
   // search from the first field gives.
   const bool resume = lastField_ != nullptr && lastField_->parent == data_;
   // Mostly the field wanted is the very next node and its name is the
-  // element's first attribute: that is tested in a few comparisons.
+  // element's first attribute: that is tested in a few comparisons, unless
+  // the places known say it stands elsewhere.
   xmlNodePtr next = resume ? lastField_->next : data_->children;
-  if (next != nullptr && IsFieldNamed(next, fieldName)) {
-    lastPlace_ = !resume ? 0 : lastPlace_ == kPlaceUnknown ? kPlaceUnknown : lastPlace_ + 1;
+  const size_t nextPlace = !resume ? 0 : lastPlace_ == kPlaceUnknown ? kPlaceUnknown : lastPlace_ + 1;
+  const bool worthTesting = place >= kNotInDictionary || nextPlace == kPlaceUnknown || nextPlace == place;
+  if (worthTesting && next != nullptr && IsFieldNamed(next, fieldName)) {
+    lastPlace_ = nextPlace;
     lastField_ = next;
     return next;
   }
