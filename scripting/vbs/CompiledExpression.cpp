@@ -26,6 +26,15 @@ bool CompiledExpression::NumberLiteral(std::string_view text, Variant& value) {
       return true;
     }
   }
+  // A decimal with digits before or after its point (ShortDecimal takes
+  // nothing else) reads as the lexer's short way reads it, without a lexer.
+  if (text.size() >= 2 && text.find('.') != std::string_view::npos) {
+    double number = 0;
+    if (Lexer::ShortDecimal(text, number)) {
+      value = Variant::FromDouble(number);
+      return true;
+    }
+  }
   try {
     Lexer lexer(text);
     Token token;

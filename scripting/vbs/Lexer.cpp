@@ -83,11 +83,26 @@ int DaysInMonth(int y, int m) {
   return m == 2 && IsLeap(y) ? 29 : kDays[m - 1];
 }
 
-// digits[.digits] with at most 15 digits in all: the digits as a whole
-// number and the power of ten are both exact doubles, so one division gives
-// the correctly rounded value, as a full conversion would, at a fraction of
-// its cost. False for anything else (exponents, long numbers).
-bool ShortDecimal(std::string_view text, double& value) {
+// Reads a run of digits; -1 when none.
+int ReadInt(std::string_view s, size_t& i, int* digits = nullptr) {
+  int value = 0, n = 0;
+  while (i < s.size() && std::isdigit(static_cast<unsigned char>(s[i]))) {
+    if (n < 9) value = value * 10 + (s[i] - '0');
+    ++i;
+    ++n;
+  }
+  if (digits) *digits = n;
+  return n ? value : -1;
+}
+
+void SkipSpaces(std::string_view s, size_t& i) {
+  while (i < s.size() && (s[i] == ' ' || s[i] == '\t')) ++i;
+}
+
+}  // namespace
+
+// One division instead of a full conversion: a fraction of its cost.
+bool Lexer::ShortDecimal(std::string_view text, double& value) {
   static constexpr double kPowers[] = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
                                        1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
   int64_t digits = 0;
@@ -106,24 +121,6 @@ bool ShortDecimal(std::string_view text, double& value) {
   value = static_cast<double>(digits) / kPowers[fraction < 0 ? 0 : fraction];
   return true;
 }
-
-// Reads a run of digits; -1 when none.
-int ReadInt(std::string_view s, size_t& i, int* digits = nullptr) {
-  int value = 0, n = 0;
-  while (i < s.size() && std::isdigit(static_cast<unsigned char>(s[i]))) {
-    if (n < 9) value = value * 10 + (s[i] - '0');
-    ++i;
-    ++n;
-  }
-  if (digits) *digits = n;
-  return n ? value : -1;
-}
-
-void SkipSpaces(std::string_view s, size_t& i) {
-  while (i < s.size() && (s[i] == ' ' || s[i] == '\t')) ++i;
-}
-
-}  // namespace
 
 bool Token::IsWord(std::string_view word) const {
   return kind == TokenKind::Identifier && EqualsNoCase(source, word);

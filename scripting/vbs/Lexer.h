@@ -35,6 +35,13 @@ class Lexer {
   // not a date.
   static bool ParseDateLiteral(std::string_view text, double& serial);
 
+  // The value of `text`, digits with at most one point and at most 15
+  // digits in all, as a number literal of these characters reads: the
+  // digits as a whole number and the power of ten are both exact doubles,
+  // so one division gives the correctly rounded value. False for anything
+  // else (exponents, longer numbers).
+  static bool ShortDecimal(std::string_view text, double& value);
+
  private:
   [[noreturn]] void Fail(int number, int line, int column) const;
   void SkipBlanks(bool& sawSpace);
