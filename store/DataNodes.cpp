@@ -299,14 +299,20 @@ xmlNodePtr DataNodes::NewPlainField(xmlDocPtr doc, const xmlChar* fieldElement, 
   return field;
 }
 
-xmlNodePtr DataNodes::NewPlainValue(xmlDocPtr doc, const xmlChar* valueElement, std::string_view text) {
-  xmlNodePtr value = PlainElement(doc, valueElement);
+xmlNodePtr DataNodes::NewValue(xmlDocPtr doc, const xmlChar* plainValueElement, std::string_view text) {
+  xmlNodePtr value;
+  if (plainValueElement != nullptr) {
+    value = PlainElement(doc, plainValueElement);
+  } else {
+    value = xmlNewDocNode(doc, nullptr, X("VALUE"), nullptr);
+    if (value == nullptr) throw std::bad_alloc();
+  }
   if (text.empty()) return value;
   xmlNodePtr content;
   try {
-    content = NewText(doc, text, false, true);
+    content = NewText(doc, text, false, plainValueElement != nullptr);
   } catch (...) {
-    xmlFree(value);
+    xmlFreeNode(value);
     throw;
   }
   content->parent = value;

@@ -150,10 +150,11 @@ class DataNodes {
   // puts it there); PutTextInNode puts it there, for such a text only.
   static bool FitsInTextNode(size_t length);
   static void PutTextInNode(xmlNodePtr textNode, std::string_view text);
-  // A VALUE holding `text` (no child when empty), as NewElement and NewText
-  // make them; for plain construction only, with a VALUE name the
-  // dictionary of `doc` owns.
-  static xmlNodePtr NewPlainValue(xmlDocPtr doc, const xmlChar* valueElement, std::string_view text);
+  // A new VALUE of `doc` holding `text` (no child when empty), not linked:
+  // made plain (see PlainConstruction) when `plainValueElement` is given,
+  // the name "VALUE" as the document's dictionary holds it; by libxml2's
+  // constructors when it is null.
+  static xmlNodePtr NewValue(xmlDocPtr doc, const xmlChar* plainValueElement, std::string_view text);
   // Fills `blocks` with `count` blocks of the given sizes as xmlMalloc gives
   // them (xmlFree frees each), in one call to the heap where it is installed.
   // Raises std::bad_alloc, leaving nothing behind.

@@ -192,7 +192,7 @@ xmlNodePtr RecordImage::CopyFilled(xmlDocPtr doc, std::span<const std::string_vi
   for (size_t i = 0; i < texts.size(); ++i) {
     if (texts[i].empty()) continue;
     auto* values = static_cast<xmlNodePtr>(blocks_[fieldValues_[i]]);
-    // As DataNodes::NewPlainValue makes them.
+    // As DataNodes::NewValue makes them.
     auto* value = static_cast<xmlNodePtr>(std::memset(blocks_[next++], 0, sizeof(xmlNode)));
     auto* text = static_cast<xmlNodePtr>(std::memset(blocks_[next++], 0, sizeof(xmlNode)));
     value->type = XML_ELEMENT_NODE;

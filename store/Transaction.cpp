@@ -673,21 +673,7 @@ xmlNodePtr Transaction::SharedFieldName(std::string_view fieldName) {
 }
 
 xmlNodePtr Transaction::NewValueNode(xmlDocPtr doc, std::string_view text) {
-  if (UsePlainNames(doc)) return DataNodes::NewPlainValue(doc, valueName_, text);
-  xmlNodePtr node = xmlNewDocNode(doc, nullptr, reinterpret_cast<const xmlChar*>("VALUE"), nullptr);
-  if (node == nullptr) throw std::bad_alloc();
-  if (!text.empty()) {
-    xmlNodePtr content;
-    try {
-      content = DataNodes::NewText(doc, text, false, false);
-    } catch (...) {
-      xmlFreeNode(node);
-      throw;
-    }
-    content->parent = node;
-    node->children = node->last = content;
-  }
-  return node;
+  return DataNodes::NewValue(doc, UsePlainNames(doc) ? valueName_ : nullptr, text);
 }
 
 void Transaction::UnsetField(std::string_view fieldName) {
