@@ -107,12 +107,20 @@ Ref<Transaction> StructuredReader::LineIntoTransaction(const std::vector<FieldIn
   try {
     if (TakesTextsInOrder(fields, tranId)) {
       // Mostly every field's text is at hand: the record is made with them.
-      texts_.clear();
-      std::string_view text;
-      for (; position < fields.size() && reader_->ItemText(fields[position].node, text); ++position) {
-        texts_.push_back(text);
+      // Anything else, a failure included, is left to the field by field
+      // way, which reports what fails first in its order.
+      bool allTexts = false;
+      try {
+        texts_.clear();
+        std::string_view text;
+        while (position < fields.size() && reader_->ItemText(fields[position].node, text)) {
+          texts_.push_back(text);
+          ++position;
+        }
+        allTexts = position == fields.size();
+      } catch (...) {
       }
-      if (position == fields.size()) {
+      if (allTexts) {
         if (Ref<Transaction> transaction = factory_->CreateTransactionWithTexts(tranId, texts_)) return transaction;
       }
       position = 0;

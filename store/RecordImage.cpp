@@ -187,7 +187,12 @@ xmlNodePtr RecordImage::CopyFilled(xmlDocPtr doc, std::span<const std::string_vi
     }
     throw;
   }
+  // The slot after the image's nodes stands for "no node" in its links: the
+  // first node added waits aside while they are set.
+  void* const firstAdded = blocks_[sources_.size()];
+  blocks_[sources_.size()] = nullptr;
   xmlNodePtr root = CopyInto(doc);
+  blocks_[sources_.size()] = firstAdded;
   size_t next = sources_.size();
   for (size_t i = 0; i < texts.size(); ++i) {
     if (texts[i].empty()) continue;
@@ -212,6 +217,7 @@ xmlNodePtr RecordImage::CopyFilled(xmlDocPtr doc, std::span<const std::string_vi
     }
     values->children = values->last = value;
   }
+  blocks_[sources_.size()] = nullptr;
   return root;
 }
 

@@ -35,6 +35,7 @@ void TransactionIterator::Initialise(Ref<TransactionContext> context, xmlNodePtr
   current_ = container;
   factory_ = std::move(factory);
   childRecordTypes_.clear();
+  lastChildTypes_ = -1;
   ForgetChildCache();
 }
 
@@ -290,14 +291,24 @@ int32_t TransactionIterator::ChildCount(std::string_view transactionId) {
 
 int32_t TransactionIterator::ChildRecords() {
   try {
-    std::string id = RecordTransactionId(current_);
-    auto found = childRecordTypes_.find(id);
+    // Records come one after another from the same few types: the type
+    // asked last is told by its text, without a string made of it.
+    xmlAttrPtr idAttribute = current_ && current_->parent ? DataNodes::FindAttribute(current_->parent, "id") : nullptr;
+    const char* single = idAttribute != nullptr ? DataNodes::SingleText(idAttribute) : nullptr;
     int32_t types;
-    if (found != childRecordTypes_.end()) {
-      types = found->second;
+    if (single != nullptr && lastChildTypes_ >= 0 && lastChildTypesId_ == single) {
+      types = lastChildTypes_;
     } else {
-      types = static_cast<int32_t>(factory_->TransformDefinition()->RecordDescendents(id).size());
-      childRecordTypes_.emplace(id, types);
+      std::string id = RecordTransactionId(current_);
+      auto found = childRecordTypes_.find(id);
+      if (found != childRecordTypes_.end()) {
+        types = found->second;
+      } else {
+        types = static_cast<int32_t>(factory_->TransformDefinition()->RecordDescendents(id).size());
+        childRecordTypes_.emplace(id, types);
+      }
+      lastChildTypesId_ = std::move(id);
+      lastChildTypes_ = types;
     }
     // A record type without child types has no child records to count.
     if (types == 0) return 0;

@@ -108,6 +108,8 @@ class TransactionIterator : public Object {
   xmlNodePtr current_ = nullptr;
   std::array<int32_t, kMaxLevels> stack_{};
   std::unordered_map<std::string, int32_t> childRecordTypes_;
+  std::string lastChildTypesId_;  // the record type ChildRecords asked for last
+  int32_t lastChildTypes_ = -1;   // its number of child types; -1 before the first
   std::optional<std::vector<xmlNodePtr>> resultSet_;
   bool allowMoveToUpperParent_ = false;
   std::string entryRecordId_;

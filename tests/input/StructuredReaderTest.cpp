@@ -111,6 +111,21 @@ TEST_F(ReadTest, ShortLineEndsTheReadKeepingWhatWasRead) {
   EXPECT_EQ((std::vector<std::string>{"a1"}), run.Field("/DATA/RECORDS[@id='R']/RECORD", "A"));
 }
 
+TEST_F(ReadTest, ALineFailsWithWhatFailsFirstInFieldOrder) {
+  // B is a number: a lone quote there fails (5) before the missing C (9).
+  const std::string records =
+      "<RECORD id=\"R\" parentid=\"\" hashcode=\"1\">"
+      "<FIELD name=\"A\" type=\"3\" position=\"1\"/><FIELD name=\"B\" type=\"1\" position=\"2\"/>"
+      "<FIELD name=\"C\" type=\"3\" position=\"3\"/></RECORD>";
+  // `"""` reads as a lone quote (there is no escape for quotes).
+  Write("a.csv", "a1,\"12\",c1\na2,\"\"\"\na3,7,c3\n");
+  ReadRun run(Xml("a.csv", {}, records));
+  EXPECT_EQ(5, run.error) << run.description;
+  // The line before is read, its quotes dropped as for any number.
+  EXPECT_EQ((std::vector<std::string>{"a1"}), run.Field("/DATA/RECORDS[@id='R']/RECORD", "A"));
+  EXPECT_EQ((std::vector<std::string>{"12"}), run.Field("/DATA/RECORDS[@id='R']/RECORD", "B"));
+}
+
 TEST_F(ReadTest, MissingDirectoryFailsWhileCreating) {
   ReadRun run(ReadTransformXml("read1", FileStream((dir_ / "absent").string(), "*.csv"), {}, kFlatRecords));
   EXPECT_EQ(8501, run.error);
