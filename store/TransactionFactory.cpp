@@ -137,9 +137,15 @@ std::shared_ptr<const FieldDictionary> TransactionFactory::GetMetaFieldData(std:
 }
 
 TransactionFactory::Template& TransactionFactory::TemplateFor(std::string_view tranId, xmlNodePtr record) {
+  // Records are mostly made one type after another: the type asked last
+  // is found without a key made and hashed.
+  if (lastTemplate_ != nullptr && lastTemplate_->first == tranId) return lastTemplate_->second;
   std::string key(tranId);
   auto found = templateByType_.find(key);
-  if (found != templateByType_.end()) return found->second;
+  if (found != templateByType_.end()) {
+    lastTemplate_ = &*found;
+    return found->second;
+  }
   xmlDocPtr doc = templates_->DOMDocument();
   Template made;
   made.model = templates_->GenerateNode("RECORD");
@@ -154,7 +160,8 @@ TransactionFactory::Template& TransactionFactory::TemplateFor(std::string_view t
   } catch (const std::bad_alloc&) {
     // Without an image records are copied the general way.
   }
-  return templateByType_.emplace(std::move(key), std::move(made)).first->second;
+  lastTemplate_ = &*templateByType_.emplace(std::move(key), std::move(made)).first;
+  return lastTemplate_->second;
 }
 
 xmlNodePtr TransactionFactory::InitDataTran(std::string_view tranId, xmlNodePtr record, std::string_view recordName) {

@@ -187,6 +187,7 @@ class TransactionFactory : public std::enable_shared_from_this<TransactionFactor
     int fillable = -1;
   };
   std::unordered_map<std::string, Template> templateByType_;
+  std::pair<const std::string, Template>* lastTemplate_ = nullptr;  // the entry TemplateFor gave last
   std::unordered_map<std::string, std::shared_ptr<const FieldDictionary>> fieldsByType_;
   std::unordered_map<std::string, KeyIndex> indexes_;
   std::unordered_map<std::string, int> depthByType_;
