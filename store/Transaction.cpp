@@ -278,16 +278,14 @@ void Transaction::SetOrigTranLocation(std::string_view value) { SetTranAttribute
 std::string Transaction::OrigTranCoordinate() { return OptionalAttribute("uricoord"); }
 void Transaction::SetOrigTranCoordinate(std::string_view value) { SetTranAttribute("uricoord", Variant(value)); }
 
-const std::string& Transaction::TransactionId() {
+const std::string& Transaction::ReadTransactionId() {
   try {
-    if (!haveId_) {
-      if (metaData_ == nullptr) ThrowRuntimeError(91);
-      xmlAttrPtr a = DataNodes::FindAttribute(metaData_, "id");
-      // Tested before Check: its argument would cost an allocation per record.
-      if (a == nullptr) Check(false, 7701, "No matching attribute [%1] could be found in the node.", Variant("id"));
-      id_ = DataNodes::AttributeValue(a);
-      haveId_ = true;
-    }
+    if (metaData_ == nullptr) ThrowRuntimeError(91);
+    xmlAttrPtr a = DataNodes::FindAttribute(metaData_, "id");
+    // Tested before Check: its argument would cost an allocation per record.
+    if (a == nullptr) Check(false, 7701, "No matching attribute [%1] could be found in the node.", Variant("id"));
+    id_ = DataNodes::AttributeValue(a);
+    haveId_ = true;
     return id_;
   } catch (...) {
     ErrorInRethrow("Transaction.TransactionId()", {});

@@ -87,7 +87,7 @@ class Transaction : public Object {
   void SetOrigTranCoordinate(std::string_view value);
 
   // Attributes id and parentid of the metadata node, read once.
-  const std::string& TransactionId();
+  const std::string& TransactionId() { return haveId_ ? id_ : ReadTransactionId(); }
   const std::string& ParentId();
   int32_t FieldCount() const { return fieldCount_; }
   // A new context on the data document standing on this RECORD.
@@ -190,6 +190,8 @@ class Transaction : public Object {
   void SetTimeStamp();
   std::string OptionalAttribute(const char* name);
   void RequireData() const;
+  // TransactionId the first time: the record type's id from the metadata.
+  const std::string& ReadTransactionId();
   // Tells the factory of a change to a record in the tree (its key index).
   void NotifyChange();
 
