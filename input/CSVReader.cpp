@@ -226,6 +226,20 @@ size_t CSVReader::ParseString(std::string_view line, std::string_view delimiter,
   const char delim = singleByte ? delimiter[0] : '\0';
   size_t i = 0;
   while (i < size) {
+    if (state == 0 && singleByte) {
+      // A value mostly starts with a run of bytes that are neither delimiter,
+      // quote nor blank: the machine would only enter state 1 at the first
+      // and stay there, so the run is stepped over at once.
+      size_t end = i;
+      while (end < size && line[end] != delim && line[end] != '"' && line[end] != ' ') ++end;
+      if (end > i) {
+        state = 1;
+        start = i;
+        trim = 0;
+        i = end;
+        continue;
+      }
+    }
     const char c = line[i];
     const bool isDelimiter = singleByte ? c == delim
                                         : !delimiter.empty() && line.compare(i, delimiter.size(), delimiter) == 0;
