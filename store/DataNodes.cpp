@@ -54,13 +54,6 @@ xmlAttrPtr PlainAttribute(xmlNodePtr element, const xmlChar* name, xmlAttrPtr la
 
 bool DataNodes::PlainConstruction() { return xmlRegisterNodeDefaultValue == nullptr; }
 
-xmlNodePtr DataNodes::NewElement(xmlDocPtr doc, const xmlChar* dictionaryName, bool plain) {
-  if (plain) return PlainElement(doc, dictionaryName);
-  xmlNodePtr node = xmlNewDocNodeEatName(doc, nullptr, const_cast<xmlChar*>(dictionaryName), nullptr);
-  if (node == nullptr) throw std::bad_alloc();
-  return node;
-}
-
 bool DataNodes::FitsInTextNode(size_t length) { return length < kInlineRoom; }
 
 void DataNodes::PutTextInNode(xmlNodePtr textNode, std::string_view text) {

@@ -82,10 +82,6 @@ class DataNodes {
     if (const char* value = SingleText(attribute)) return SameName(reinterpret_cast<const xmlChar*>(value), text);
     return AttributeValue(attribute) == text;
   }
-  // A new element of `doc`, not linked, named by a name that the document's
-  // dictionary owns (or that lives as long as the document).
-  // `plain` is what PlainConstruction() answered.
-  static xmlNodePtr NewElement(xmlDocPtr doc, const xmlChar* dictionaryName, bool plain);
   // True when no node callback is registered with libxml2: nodes are then
   // made here field by field as libxml2's constructors make them, without
   // the calls and lookups those take.
