@@ -54,6 +54,66 @@ T CheckRange(int64_t v) {
   return static_cast<T>(v);
 }
 
+// The digits of `value` (normal, not 0) rounded to `sig` significant places,
+// half to even, found exactly in integers: value = m * 2^e2, so value * 10^k
+// is m * 5^k * 2^(e2 + k), whose integer part and remainder a 128-bit product
+// holds for the k of everyday magnitudes. False outside them.
+__extension__ using Uint128 = unsigned __int128;
+
+bool RoundToDigits(double value, int sig, char* digits, int& n, int& exp) {
+  static constexpr uint64_t kPow5[] = {1ull, 5ull, 25ull, 125ull, 625ull, 3125ull, 15625ull, 78125ull,
+                                       390625ull, 1953125ull, 9765625ull, 48828125ull, 244140625ull,
+                                       1220703125ull, 6103515625ull, 30517578125ull, 152587890625ull,
+                                       762939453125ull, 3814697265625ull, 19073486328125ull,
+                                       95367431640625ull};
+  static constexpr uint64_t kPow10[] = {1ull, 10ull, 100ull, 1000ull, 10000ull, 100000ull, 1000000ull,
+                                        10000000ull, 100000000ull, 1000000000ull, 10000000000ull,
+                                        100000000000ull, 1000000000000ull, 10000000000000ull,
+                                        100000000000000ull, 1000000000000000ull, 10000000000000000ull};
+  if (sig < 1 || sig > 16) return false;
+  int binaryExp = 0;
+  const double fraction = std::frexp(std::fabs(value), &binaryExp);
+  const auto mantissa = static_cast<uint64_t>(std::ldexp(fraction, 53));
+  const int e2 = binaryExp - 53;
+  // floor(log10(value)) is this or one more.
+  int e = static_cast<int>(std::floor((binaryExp - 1) * 0.30102999566398120));
+  for (int attempt = 0; attempt < 3; ++attempt) {
+    const int k = sig - 1 - e;
+    if (k < 0 || k > 20) return false;
+    const Uint128 scaled = static_cast<Uint128>(mantissa) * kPow5[k];
+    const int shift = e2 + k;
+    Uint128 q;
+    if (shift >= 0) {
+      if (shift > 20) return false;
+      q = scaled << shift;
+    } else {
+      const int drop = -shift;
+      if (drop > 120) return false;
+      q = scaled >> drop;
+      const Uint128 rest = scaled - (q << drop);
+      const Uint128 half = static_cast<Uint128>(1) << (drop - 1);
+      if (rest > half || (rest == half && (q & 1) != 0)) ++q;
+    }
+    if (q >= kPow10[sig]) {
+      ++e;  // also where rounding carried into a new digit: the next try rounds at that place
+      continue;
+    }
+    if (q < kPow10[sig - 1]) {
+      --e;
+      continue;
+    }
+    auto whole = static_cast<uint64_t>(q);
+    for (int i = sig - 1; i >= 0; --i) {
+      digits[i] = static_cast<char>('0' + whole % 10);
+      whole /= 10;
+    }
+    n = sig;
+    exp = e;
+    return true;
+  }
+  return false;
+}
+
 // Text in the form VBScript writes numbers: the digits of `sig` significant
 // places, fixed when that reads naturally, scientific otherwise.
 std::string FormatFloat(double value, int sig) {
@@ -63,34 +123,25 @@ std::string FormatFloat(double value, int sig) {
   if (std::fabs(value) < 1e15 && value == std::trunc(value) && sig == 15) {
     return std::to_string(static_cast<int64_t>(value));
   }
-  char buf[64];
-  // The shortest text that reads back as the value is, when it has no more
-  // than `sig` digits, also the value rounded to `sig` digits (a double's
-  // spacing is finer than that of 15 decimal digits, below the subnormal
-  // range), and much cheaper.
-  auto res = std::to_chars(buf, buf + sizeof buf, value, std::chars_format::scientific);
-  if (!std::isnormal(value)) {
-    res = std::to_chars(buf, buf + sizeof buf, value, std::chars_format::scientific, sig - 1);
-  } else {
-    int digitCount = 0;
-    for (const char* p = buf; p < res.ptr && *p != 'e'; ++p) digitCount += (*p >= '0' && *p <= '9') ? 1 : 0;
-    if (digitCount > sig) res = std::to_chars(buf, buf + sizeof buf, value, std::chars_format::scientific, sig - 1);
-  }
-  // buf: [-]d.ddddde[+-]xx
-  const char* p = buf;
-  const bool negative = *p == '-';
-  if (negative) ++p;
   char digits[32];
   int n = 0;
-  for (; p < res.ptr && *p != 'e'; ++p) {
-    if (*p != '.') digits[n++] = *p;
-  }
   int exp = 0;
-  bool expNegative = false;
-  if (p < res.ptr) ++p;  // 'e'
-  if (p < res.ptr && (*p == '-' || *p == '+')) expNegative = *p++ == '-';
-  for (; p < res.ptr; ++p) exp = exp * 10 + (*p - '0');
-  if (expNegative) exp = -exp;
+  const bool negative = value < 0;
+  if (!std::isnormal(value) || !RoundToDigits(value, sig, digits, n, exp)) {
+    char buf[64];
+    const auto res = std::to_chars(buf, buf + sizeof buf, value, std::chars_format::scientific, sig - 1);
+    // buf: [-]d.ddddde[+-]xx
+    const char* p = buf;
+    if (*p == '-') ++p;
+    for (; p < res.ptr && *p != 'e'; ++p) {
+      if (*p != '.') digits[n++] = *p;
+    }
+    bool expNegative = false;
+    if (p < res.ptr) ++p;  // 'e'
+    if (p < res.ptr && (*p == '-' || *p == '+')) expNegative = *p++ == '-';
+    for (; p < res.ptr; ++p) exp = exp * 10 + (*p - '0');
+    if (expNegative) exp = -exp;
+  }
   while (n > 1 && digits[n - 1] == '0') --n;
 
   char out[64];

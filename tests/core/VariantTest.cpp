@@ -1,6 +1,12 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
 
 #include "core/DateTime.h"
 #include "core/Variant.h"
@@ -103,6 +109,41 @@ TEST(Variant, ToStringOfEverySubtype) {
   EXPECT_EQ(Variant::FromDecimal(Decimal(0, 1250, 3, true)).ToString(), "-1.25");
   EXPECT_EQ(ErrorNumberOf([] { Variant::Null().ToString(); }), 94);
   EXPECT_EQ(ErrorNumberOf([] { Variant::FromVector({}).ToString(); }), 13);
+}
+
+// The text of a Double must be the value rounded to 15 significant digits
+// exactly as printf rounds it, whatever way the digits are found.
+TEST(Variant, DoubleTextIsTheValueRoundedTo15Digits) {
+  auto roundedByPrintf = [](double value, int digits) {
+    char text[64];
+    std::snprintf(text, sizeof text, "%.*e", digits - 1, value);
+    return std::strtod(text, nullptr);
+  };
+  std::mt19937_64 random(20261124);
+  std::vector<double> values;
+  for (int i = 0; i < 200000; ++i) {
+    uint64_t bits = random();
+    double v;
+    std::memcpy(&v, &bits, sizeof v);
+    if (std::isfinite(v) && v != 0) values.push_back(v);
+    // Money-like products and sums, whose shortest texts run to 16-17 digits.
+    values.push_back(static_cast<double>(random() % 100000) / 100 * static_cast<double>(random() % 1000));
+    values.push_back(static_cast<double>(random() % 1000000) / 1000 + static_cast<double>(random() % 1000) / 100);
+    // Shortest texts of 16 digits ending in 5: the exact value decides.
+    values.push_back(std::strtod((std::to_string(random() % 1000000000000000ull) + "5e-16").c_str(), nullptr));
+    // Exact halves at the 16th digit, rounded to the even neighbour.
+    values.push_back(static_cast<double>(1000000000000ull + random() % 9000000000000ull) + 0.125 * (1 + 2 * (random() % 4)));
+    values.push_back(std::ldexp(static_cast<double>(random() >> 11), static_cast<int>(random() % 200) - 100));
+  }
+  for (double v : values) {
+    const std::string text = Variant(v).ToString();
+    ASSERT_EQ(std::strtod(text.c_str(), nullptr), roundedByPrintf(v, 15)) << text << " for " << v;
+  }
+  for (int i = 0; i < 20000; ++i) {
+    const float f = static_cast<float>(random() % 10000000) / static_cast<float>(1 + random() % 1000);
+    const std::string text = Variant::FromSingle(f).ToString();
+    ASSERT_EQ(std::strtod(text.c_str(), nullptr), roundedByPrintf(f, 7)) << text << " for " << f;
+  }
 }
 
 TEST(Variant, DatesPrintInUsForm) {
