@@ -105,6 +105,7 @@ void CSVWriter::GenerateCache() {
           layout.quoted.push_back(false);
         }
       }
+      layout.known.resize(layout.names.size());
       layout.exported = !layout.names.empty();
       layouts_[definition_->RecordId(record)] = std::move(layout);
     }
@@ -142,12 +143,12 @@ void CSVWriter::WriteRecord(Transaction& transaction) {
   try {
     auto found = layouts_.find(transaction.TransactionId());
     if (found == layouts_.end() || !found->second.exported) return;
-    const RecordLayout& layout = found->second;
+    RecordLayout& layout = found->second;
     for (size_t i = 0; i < layout.names.size(); ++i) {
       if (i > 0) unit_ += delimiter_;
       const bool quoted = layout.quoted[i] != 0;
       if (quoted) unit_ += '"';
-      if (const char* text = transaction.SingleValueText(layout.names[i])) {
+      if (const char* text = transaction.SingleValueText(layout.names[i], layout.known[i])) {
         unit_ += text;
       } else if (const Variant value = transaction.GetFieldValues(layout.names[i], 0); value.IsString()) {
         unit_ += value.StringValue();

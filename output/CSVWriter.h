@@ -24,6 +24,7 @@
 #include <vector>
 
 #include "output/IOutputWriter.h"
+#include "store/FieldNameNode.h"
 
 namespace tessel {
 
@@ -53,6 +54,7 @@ class CSVWriter : public IOutputWriter {
     bool exported = false;
     std::vector<std::string> names;
     std::vector<char> quoted;  // per field: a string field with quotestrings on (not bits: read per value)
+    std::vector<FieldNameNode> known;  // per field: its name node in the records written so far
   };
 
   void SetOptions();

@@ -112,7 +112,7 @@ bool FormulaPlan::Bind(Transaction* record) {
       const char* text = nullptr;
       const std::shared_ptr<const FieldDictionary>& dictionary = record->FieldMetaDataDictionary();
       if (dictionary != nullptr && dictionary == reference.dictionary) {
-        text = record->SingleValueTextAt(reference.field, reference.place);
+        text = record->SingleValueTextAt(reference.field, reference.place, reference.known);
         type = reference.type;
       } else {
         text = record->SingleValueText(reference.field, &type);

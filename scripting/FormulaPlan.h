@@ -33,6 +33,8 @@
 #include <string_view>
 #include <vector>
 
+#include "store/FieldNameNode.h"
+
 namespace tessel {
 
 namespace vbs {
@@ -91,6 +93,7 @@ class FormulaPlan {
     std::shared_ptr<const FieldDictionary> dictionary;
     size_t place = 0;
     int16_t type = 0;
+    FieldNameNode known;  // the field's name node in the records bound so far
   };
 
   std::string template_;       // the formula, a slot marker for each reference

@@ -182,7 +182,6 @@ void Transaction::Recycle() {
   definition_.reset();
   fields_.reset();
   fieldCount_ = 0;
-  id_.clear();
   parentId_.clear();
   haveId_ = false;
   haveParentId_ = false;
@@ -281,10 +280,16 @@ void Transaction::SetOrigTranCoordinate(std::string_view value) { SetTranAttribu
 const std::string& Transaction::ReadTransactionId() {
   try {
     if (metaData_ == nullptr) ThrowRuntimeError(91);
+    if (metaData_ == idMeta_ && definition_ != nullptr && definition_ == idDefinition_) {
+      haveId_ = true;
+      return id_;
+    }
     xmlAttrPtr a = DataNodes::FindAttribute(metaData_, "id");
     // Tested before Check: its argument would cost an allocation per record.
     if (a == nullptr) Check(false, 7701, "No matching attribute [%1] could be found in the node.", Variant("id"));
     id_ = DataNodes::AttributeValue(a);
+    idMeta_ = metaData_;
+    idDefinition_ = definition_;
     haveId_ = true;
     return id_;
   } catch (...) {
@@ -458,6 +463,19 @@ xmlNodePtr Transaction::FindField(std::string_view fieldName, size_t place) {
 namespace {
 constexpr size_t kMaxGuessSteps = 16;
 }  // namespace
+
+xmlNodePtr Transaction::NodeAtPlace(size_t place) const {
+  if (place >= kNotInDictionary) return nullptr;
+  size_t at = 0;
+  xmlNodePtr node = data_->children;
+  if (lastField_ != nullptr && lastField_->parent == data_ && lastPlace_ != kPlaceUnknown && lastPlace_ <= place) {
+    at = lastPlace_;
+    node = lastField_;
+  }
+  if (place - at > kMaxGuessSteps) return nullptr;
+  for (; node != nullptr && at < place; ++at) node = node->next;
+  return node;
+}
 
 xmlNodePtr Transaction::FindFieldElsewhere(std::string_view fieldName, size_t place, bool resume, xmlNodePtr next) {
   if (!resume) lastPlace_ = kPlaceUnknown;
@@ -763,6 +781,32 @@ const char* Transaction::SingleValueText(std::string_view fieldName, int16_t* fi
     *fieldType = meta->FieldType;
   }
   return text;
+}
+
+const char* Transaction::SingleValueText(std::string_view fieldName, FieldNameNode& known) noexcept {
+  if (data_ == nullptr) return nullptr;
+  const bool resume = lastField_ != nullptr && lastField_->parent == data_;
+  xmlNodePtr next = resume ? lastField_->next : data_->children;
+  if (next != nullptr && known.Names(next)) {
+    lastPlace_ = !resume ? 0 : lastPlace_ == kPlaceUnknown ? kPlaceUnknown : lastPlace_ + 1;
+    lastField_ = next;
+    return SingleTextOf(next);
+  }
+  xmlNodePtr field = FindField(fieldName);
+  known.Learn(field, fieldName);
+  return SingleTextOf(field);
+}
+
+const char* Transaction::SingleValueTextAt(std::string_view fieldName, size_t place, FieldNameNode& known) noexcept {
+  if (data_ == nullptr) return nullptr;
+  if (xmlNodePtr guess = NodeAtPlace(place); guess != nullptr && known.Names(guess)) {
+    lastField_ = guess;
+    lastPlace_ = place;
+    return SingleTextOf(guess);
+  }
+  xmlNodePtr field = FindField(fieldName, place);
+  known.Learn(field, fieldName);
+  return SingleTextOf(field);
 }
 
 const char* Transaction::SingleValueTextAt(std::string_view fieldName, size_t place) noexcept {

@@ -35,6 +35,7 @@
 #include "core/Object.h"
 #include "core/Variant.h"
 #include "store/FieldMetaData.h"
+#include "store/FieldNameNode.h"
 #include "store/XMLWrapper.h"
 
 namespace tessel {
@@ -135,6 +136,13 @@ class Transaction : public Object {
   // The same for a field the caller found at `place` of this view's field
   // dictionary (FieldDictionary::PlaceOf), without asking the dictionary.
   const char* SingleValueTextAt(std::string_view fieldName, size_t place) noexcept;
+  // The same for a caller that asks for the field record after record and
+  // keeps `known` for it: the field is known by its name node where it
+  // follows the field found last (see FieldNameNode), and `known` learns
+  // that node wherever the field is found by its name.
+  const char* SingleValueText(std::string_view fieldName, FieldNameNode& known) noexcept;
+  // SingleValueTextAt with the field known by its name node at its place.
+  const char* SingleValueTextAt(std::string_view fieldName, size_t place, FieldNameNode& known) noexcept;
   std::vector<uint8_t> GetBinaryValue(std::string_view fieldName);
   // GetFieldValues cast to the field's type (strings are not cast).
   Variant GetFieldValueCastType(std::string_view fieldName, int32_t instance = 0);
@@ -160,6 +168,9 @@ class Transaction : public Object {
   static constexpr size_t kPlaceUnknown = static_cast<size_t>(-1);
   static constexpr size_t kNotInDictionary = static_cast<size_t>(-2);
   xmlNodePtr FindField(std::string_view fieldName, size_t place = kPlaceUnknown);
+  // The node standing at `place` among data_'s children, counted from the
+  // field found last where that stands before it; null when that is far.
+  xmlNodePtr NodeAtPlace(size_t place) const;
   // FindField where the field is not the node after the last one found.
   [[gnu::noinline]] xmlNodePtr FindFieldElsewhere(std::string_view fieldName, size_t place, bool resume,
                                                   xmlNodePtr next);
@@ -221,6 +232,11 @@ class Transaction : public Object {
   std::shared_ptr<const FieldDictionary> fields_;
   int32_t fieldCount_ = 0;
   std::string id_;
+  // The record type id_ was read from, kept over recycling: a view handed
+  // out again for a record of the same type (the same node of the same
+  // definition, which is held so that neither can be another's) has its id.
+  xmlNodePtr idMeta_ = nullptr;
+  std::shared_ptr<tessel::TransformDefinition> idDefinition_;
   std::string parentId_;
   bool haveId_ = false;
   bool haveParentId_ = false;
