@@ -119,12 +119,23 @@ bool TransactionIterator::EOF_() {
 
 void TransactionIterator::MoveToPosition() {
   xmlNodePtr node = nullptr;
+  // Walks go on to the following records: their memory is on its way while
+  // this one is worked on, the second's start first and then, with the next
+  // step, its end.
   if (AtResultLevel()) {
-    if (position_ >= 1 && position_ <= static_cast<int32_t>(resultSet_->size())) {
+    const auto count = static_cast<int32_t>(resultSet_->size());
+    if (position_ >= 1 && position_ <= count) {
       node = (*resultSet_)[static_cast<size_t>(position_ - 1)];
+      if (position_ < count) DataNodes::PrefetchRecordEnd((*resultSet_)[static_cast<size_t>(position_)]);
+      if (position_ + 1 < count) {
+        const auto second = static_cast<size_t>(position_ + 1);
+        DataNodes::PrefetchRecordStart((*resultSet_)[second],
+                                       second + 1 < resultSet_->size() ? (*resultSet_)[second + 1] : nullptr);
+      }
     }
   } else {
     node = ChildAt(position_);
+    if (node != nullptr) DataNodes::PrefetchRecordStart(node->next);
   }
   current_ = node != nullptr ? node : container_;
   context_->SetNode(current_);
