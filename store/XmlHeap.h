@@ -54,7 +54,9 @@ class XmlHeap {
   static void* AllocateCounted(size_t size);
   // Allocate for each of `count` sizes, into `blocks`: what `count` calls
   // give, in one. On failure (no memory) frees what it took, and returns
-  // false.
+  // false. For callers that make a record at a time it also asks the
+  // processor for the memory the next blocks of the first and the last
+  // size's class will come from.
   static bool AllocateEach(const uint16_t* sizes, size_t count, void** blocks);
   // One more reference; `block` must be counted.
   static void Retain(void* block);
