@@ -3,6 +3,7 @@
 #include <libxml/tree.h>
 
 #include <cstdlib>
+#include <new>
 
 #include "audit/HuntErr.h"
 #include "input/IInputOutputController.h"
@@ -13,6 +14,9 @@
 namespace tessel {
 
 namespace {
+
+// Lines written before the unit is sized by their length.
+constexpr int32_t kSampleLines = 256;
 
 std::string_view Trim(std::string_view text) {
   while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
@@ -138,6 +142,20 @@ void CSVWriter::StartUnit() {
   lineCount_ = 0;
 }
 
+void CSVWriter::SizeUnit() {
+  // Growing a large unit by doubling copies it again and again, each time
+  // into memory the system has to supply anew.
+  if (expectedLines_ <= kSampleLines) return;
+  const size_t lineBytes = (unit_.size() - header_.size()) / kSampleLines + 1;
+  const auto lines = static_cast<size_t>(expectedLines_);
+  if (lines > unit_.max_size() / 2 / lineBytes) return;
+  try {
+    unit_.reserve(unit_.size() + (lines - kSampleLines) * lineBytes * 9 / 8);
+  } catch (const std::bad_alloc&) {
+    // Only a hint: the unit grows as it must.
+  }
+}
+
 void CSVWriter::WriteRecord(Transaction& transaction) {
   const size_t lineStart = unit_.size();
   try {
@@ -159,7 +177,7 @@ void CSVWriter::WriteRecord(Transaction& transaction) {
     }
     if (cache_) cache_->SetCacheData(found->first, Variant(unit_.substr(lineStart)));
     unit_ += lineDelimiter_;
-    ++lineCount_;
+    if (++lineCount_ == kSampleLines) SizeUnit();
   } catch (...) {
     unit_.resize(lineStart);  // no half line stays in the unit
     ErrorInRethrow("CSVWriter.IOutputWriter_WriteRecord(oTransaction)");

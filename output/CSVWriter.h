@@ -35,6 +35,7 @@ class CSVWriter : public IOutputWriter {
 
   void InitClass(std::shared_ptr<TransformDefinition> definition, std::shared_ptr<IInputOutputController> controller,
                  const std::vector<std::string>& tranOrder, std::shared_ptr<WriteRecordCache> writeCache) override;
+  void ExpectRecords(int64_t topRecords) override { expectedLines_ = topRecords; }
   void BeginTransaction() override {}
   void Commit(Transaction* transaction) override;
   void WriteRecord(Transaction& transaction) override;
@@ -61,6 +62,7 @@ class CSVWriter : public IOutputWriter {
   void GenerateCache();
   void WriteHeaders();
   void StartUnit();
+  void SizeUnit();
 
   std::shared_ptr<TransformDefinition> definition_;
   std::shared_ptr<IInputOutputController> controller_;
@@ -76,6 +78,9 @@ class CSVWriter : public IOutputWriter {
   // The unit in progress: the header, then each line with its delimiter.
   std::string unit_;
   int32_t lineCount_ = 0;
+  // ExpectRecords' hint for the unit in progress; the unit's buffer is sized
+  // by it once the first lines show how long a line is.
+  int64_t expectedLines_ = 0;
 };
 
 }  // namespace tessel

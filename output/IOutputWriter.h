@@ -10,6 +10,7 @@
 // transactions are only borrowed for the call.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -31,6 +32,9 @@ class IOutputWriter {
   virtual void InitClass(std::shared_ptr<TransformDefinition> definition,
                          std::shared_ptr<IInputOutputController> controller, const std::vector<std::string>& tranOrder,
                          std::shared_ptr<WriteRecordCache> writeCache) = 0;
+  // How many top records the unit begun next will hold, where the transform
+  // knows: a hint for sizing buffers that changes nothing written.
+  virtual void ExpectRecords(int64_t topRecords) {}
   virtual void BeginTransaction() = 0;
   // Ends the unit; `transaction` names it and may be null.
   virtual void Commit(Transaction* transaction) = 0;

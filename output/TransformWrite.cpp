@@ -176,6 +176,7 @@ void TransformWrite::Process() {
     if (selector_->Count() == 0 && !fileNoTran_) return;
     Ref<Transaction> first;
     if (!commit_) {
+      writer_->ExpectRecords(selector_->Count());
       writer_->BeginTransaction();
       if (!selector_->EOF_()) first = selector_->Item();
     }

@@ -380,5 +380,24 @@ TEST_F(TransformWriteTest, ManyRecordsStayInOrder) {
   EXPECT_EQ(expected, File("orders.csv"));
 }
 
+// The unit's buffer is sized from its first lines; lines that grow longer
+// later, and child lines beyond the count of top records, still all arrive.
+TEST_F(TransformWriteTest, LinesLongerThanTheFirstOnesAndChildLinesAllArrive) {
+  options_["writeheaders"] = "False";
+  options_["quotestrings"] = "False";
+  std::string expected;
+  for (int i = 0; i < 1200; ++i) {
+    const std::string number = i < 400 ? std::to_string(i) : std::string(static_cast<size_t>(i % 97) * 11, 'n');
+    Ref<Transaction> order = Order(number, i);
+    expected += number + "," + std::to_string(i) + "\n";
+    if (i % 3 == 0) {
+      Line(*order, "item" + std::to_string(i), std::to_string(i));
+      expected += "item" + std::to_string(i) + "," + std::to_string(i) + "\n";
+    }
+  }
+  Write();
+  EXPECT_EQ(expected, File("orders.csv"));
+}
+
 }  // namespace
 }  // namespace tessel::test
