@@ -498,13 +498,18 @@ bool XmlHeap::AllocateEach(const uint16_t* sizes, size_t count, void** blocks) {
   // this record is filled.
   if (heap != nullptr && count > 0) {
     ThreadCache& cache = tCache;
-    for (size_t size : {sizes[0], sizes[count - 1]}) {
-      if (size == 0 || size > XmlHeap::kMaxSmall) continue;
-      const size_t slot = ClassOf(size);
+    auto writeAhead = [&cache](size_t slot) {
       const char* bump = cache.bump[slot];
-      if (bump == nullptr) continue;
+      if (bump == nullptr) return;
       const char* end = std::min<const char*>(bump + kWriteAheadBytes, cache.bumpEnd[slot]);
       for (const char* line = bump; line < end; line += kCacheLine) PrefetchForWrite(line);
+    };
+    const size_t first = sizes[0];
+    const size_t last = sizes[count - 1];
+    const bool firstSmall = first != 0 && first <= XmlHeap::kMaxSmall;
+    if (firstSmall) writeAhead(ClassOf(first));
+    if (last != 0 && last <= XmlHeap::kMaxSmall && !(firstSmall && ClassOf(last) == ClassOf(first))) {
+      writeAhead(ClassOf(last));
     }
   }
   return true;
