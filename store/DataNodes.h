@@ -37,6 +37,7 @@ class DataNodes {
   // About the nodes of ten fields with their values, of forty, and of three.
   static constexpr size_t kPrefetchRecordBytes = 4096;
   static constexpr ptrdiff_t kPrefetchRecordMaxBytes = 16384;
+  static constexpr size_t kPrefetchAttributeBytes = 1024;
   static constexpr size_t kPrefetchLastFieldBytes = 1536;
   // A new text node of `doc`, not linked anywhere.
   static xmlNodePtr NewText(xmlDocPtr doc, std::string_view text, bool shareInDictionary = false);
@@ -106,11 +107,17 @@ class DataNodes {
                                                                                : kPrefetchRecordBytes;
     for (size_t offset = 0; offset < bytes; offset += kCacheLine) Prefetch(start + offset);
   }
-  // The bytes at its last child, where they lie apart: this reads the RECORD
-  // node, so it is best asked once PrefetchRecordStart's bytes are there.
+  // The bytes of its attributes, and at its last child where they lie
+  // apart: this reads the RECORD node, so it is best asked once
+  // PrefetchRecordStart's bytes are there.
   static void PrefetchRecordEnd(xmlNodePtr record) {
     if (record == nullptr) return;
     const char* start = reinterpret_cast<const char*>(record);
+    // The attributes of the record and of its fields come from a size
+    // class of their own, one after the other.
+    if (const char* attributes = reinterpret_cast<const char*>(record->properties)) {
+      for (size_t offset = 0; offset < kPrefetchAttributeBytes; offset += kCacheLine) Prefetch(attributes + offset);
+    }
     const char* last = reinterpret_cast<const char*>(record->last);
     if (last == nullptr || (last >= start && last < start + kPrefetchRecordBytes)) return;
     for (size_t offset = 0; offset < kPrefetchLastFieldBytes; offset += kCacheLine) Prefetch(last + offset);
