@@ -40,6 +40,16 @@ std::optional<std::string> Expected(int i, const std::string& name) {
   return std::nullopt;
 }
 
+// A selector standing on the first of every ROW.
+Ref<TransactionSelector> AllRows(TransactionFactory& factory) {
+  Ref<TransactionSelector> selector = factory.CreateTransactionSelector();
+  selector->SetReturnTransaction("ROW");
+  selector->AddSearch("ROW", "*");
+  selector->OpenResultset();
+  selector->MoveFirst();
+  return selector;
+}
+
 // Records read field after field in one order answer as each field's own
 // search does, however the records' fields stand: made from the template,
 // added later in either order, renamed, or without text.
@@ -57,11 +67,7 @@ TEST(FieldNameNode, FieldsReadInOneOrderAnswerAsTheirSearchDoes) {
   auto wide = MakeFactory(kWide);
   wide->SetData(narrow->Data());
   {
-    Ref<TransactionSelector> selector = wide->CreateTransactionSelector();
-    selector->SetReturnTransaction("ROW");
-    selector->AddSearch("ROW", "*");
-    selector->OpenResultset();
-    selector->MoveFirst();
+    Ref<TransactionSelector> selector = AllRows(*wide);
     for (int i = 0; i < kRecords; ++i) {
       Ref<Transaction> row = selector->Item();
       // Added fields come in either order; some records' B is renamed Z.
@@ -77,11 +83,7 @@ TEST(FieldNameNode, FieldsReadInOneOrderAnswerAsTheirSearchDoes) {
   }
 
   std::vector<FieldNameNode> known(kNames.size());
-  Ref<TransactionSelector> selector = wide->CreateTransactionSelector();
-  selector->SetReturnTransaction("ROW");
-  selector->AddSearch("ROW", "*");
-  selector->OpenResultset();
-  selector->MoveFirst();
+  Ref<TransactionSelector> selector = AllRows(*wide);
   for (int i = 0; i < kRecords; ++i) {
     Ref<Transaction> row = selector->Item();
     for (size_t f = 0; f < kNames.size(); ++f) {
