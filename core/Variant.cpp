@@ -54,12 +54,12 @@ T CheckRange(int64_t v) {
   return static_cast<T>(v);
 }
 
+__extension__ using Uint128 = unsigned __int128;
+
 // The digits of `value` (normal, not 0) rounded to `sig` significant places,
 // half to even, found exactly in integers: value = m * 2^e2, so value * 10^k
 // is m * 5^k * 2^(e2 + k), whose integer part and remainder a 128-bit product
 // holds for the k of everyday magnitudes. False outside them.
-__extension__ using Uint128 = unsigned __int128;
-
 bool RoundToDigits(double value, int sig, char* digits, int& n, int& exp) {
   static constexpr uint64_t kPow5[] = {1ull, 5ull, 25ull, 125ull, 625ull, 3125ull, 15625ull, 78125ull,
                                        390625ull, 1953125ull, 9765625ull, 48828125ull, 244140625ull,
